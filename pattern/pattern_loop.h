@@ -1,0 +1,35 @@
+// The pattern source: the daemon's publisher when no board serves it.
+//
+// `PatternLoop` fills the same public objects as the capture path (format block, clock block and
+// the video, audio, teletext and caption channels of the run) with a test card, a beep and the
+// word "BEEP" in captions and teletext, at the pace of the chosen video format. It runs on the
+// calling thread and returns when stopped: by the run's named stop event (any local process may
+// set it, see sdi_tap_stop) or by the process-wide run flag that the console handler clears.
+//
+//   std::atomic<bool> keepRunning{true};
+//   PatternLoop("0", 3, 8, parameters.audioSampling, logger, keepRunning);  // 1080p25, 8 bits
+//
+// Set-up writes "Switched to beep stub mode", "Resolution: ..." and "Framerate: ..." to the
+// standard error stream, then "\rGenerated frame #<n>" for every frame. When a channel can't be
+// opened it writes "Could not open simulcast", closes what it opened and returns normally, so that
+// the program ends with exit code 0. A shared block that can't be created throws
+// std::runtime_error (from GenericSharedMemory).
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "log/i_logger.h"
+
+namespace ovtx::pattern::pattern_source::v1 {
+
+// `bitDepth` is 8 or 10; `audioSampling` holds the sampling code of pairs 0 to 7 (a missing
+// entry counts as 0, which the beep plays at 48 kHz). The loop reads `keepRunning` before every
+// pass; the flag must outlive the call.
+void PatternLoop(const std::string& portName, int videoFormat, int bitDepth,
+                 std::span<const std::uint32_t> audioSampling, ovtx::log::i_logger::v0::ILogger& logger,
+                 const std::atomic<bool>& keepRunning);
+
+}  // namespace ovtx::pattern::pattern_source::v1
