@@ -181,7 +181,8 @@ void TestCard::renderPanel(const PanelPlanes& panel, std::int64_t frameNumber,
     fill(panel.cb, kPanelBackground.cb);
 
     m_font.drawText(panel.luma, kTextInset, kClockRowY + kTextInset, clockText(), kTextLevel);
-    std::string_view caption = captionText(frameNumber, framePeriod);
+    const std::string captionLines = captionText(frameNumber, framePeriod);
+    std::string_view caption = captionLines;
     for (int line = 0; !caption.empty(); ++line) {
         const std::string_view text = firstLine(caption);
         m_font.drawText(panel.luma, kTextInset, kCaptionRowY + line * kRowHeight + kTextInset, text,
