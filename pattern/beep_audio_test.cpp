@@ -17,17 +17,18 @@ using namespace ovtx::pattern::pattern_source::v1;
 namespace records = ovtx::simulcast::capture_records::v1;
 
 class BeepAudioTest : public testing::Test {
-protected:
+  protected:
     BeepAudioTest() : m_chunk(new std::uint8_t[records::kPatternAudioSize.chunkBytes]) {}
 
     const records::AudioRecord& write(std::int64_t frameNumber, const FrameRational& period) {
-        writeBeepAudio(m_chunk.get(), frameTime(frameNumber, period), frameTime(frameNumber + 1, period), sampling);
+        writeBeepAudio(m_chunk.get(), frameTime(frameNumber, period), frameTime(frameNumber + 1, period),
+                       sampling);
         return *reinterpret_cast<const records::AudioRecord*>(m_chunk.get());
     }
 
     std::array<std::uint32_t, 8> sampling{};
 
-private:
+  private:
     std::unique_ptr<std::uint8_t[]> m_chunk;
 };
 
@@ -111,8 +112,8 @@ TEST_F(BeepAudioTest, BeepWindowEdges_999999InAnd1000000Out) {
 // At 48 kHz sample 4799 is at T 999791, the last of the beep; 4800 is at T 1000000.
 TEST_F(BeepAudioTest, OctaveJump_EndsWithTheLastSampleInsideTheBeep) {
     const auto expected = [](std::int64_t index, double frequency) {
-        return static_cast<std::int16_t>(
-            std::trunc(std::sin(2.0 * std::numbers::pi * static_cast<double>(index) / 48000 * frequency) * 8191.75));
+        return static_cast<std::int16_t>(std::trunc(
+            std::sin(2.0 * std::numbers::pi * static_cast<double>(index) / 48000 * frequency) * 8191.75));
     };
     // Pairs whose tone doesn't pass zero exactly at 0.1 s, so that the two frequencies differ there.
     for (int pair : {1, 5}) {

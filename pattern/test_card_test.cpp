@@ -16,15 +16,18 @@ namespace records = ovtx::simulcast::capture_records::v1;
 
 // A video chunk of one format, filled with a byte no card writes, and views on its planes.
 class TestCardTest : public testing::Test {
-protected:
+  protected:
     void make(int code, int bitDepth) {
         format = patternFormat(code);
         depth = bitDepth;
-        chunk.assign(static_cast<std::size_t>(pictureBytes(format, depth) + records::kPatternVideoExtraBytes), 0xA5);
+        chunk.assign(static_cast<std::size_t>(pictureBytes(format, depth) + records::kPatternVideoExtraBytes),
+                     0xA5);
         card = std::make_unique<TestCard>(format.width, format.height);
     }
 
-    void write(std::int64_t frameNumber) { card->writeTestCard(chunk.data(), frameNumber, format.period, depth); }
+    void write(std::int64_t frameNumber) {
+        card->writeTestCard(chunk.data(), frameNumber, format.period, depth);
+    }
 
     const records::VideoRecordHeader& header() const {
         return *reinterpret_cast<const records::VideoRecordHeader*>(chunk.data());
@@ -42,13 +45,15 @@ protected:
     }
     std::size_t lumaSamples() const { return static_cast<std::size_t>(format.width) * format.height; }
     int luma(int x, int y) const { return sample(static_cast<std::size_t>(y) * format.width + x); }
-    int cr(int x, int y) const { return sample(lumaSamples() + static_cast<std::size_t>(y / 2) * (format.width / 2) + x / 2); }
+    int cr(int x, int y) const {
+        return sample(lumaSamples() + static_cast<std::size_t>(y / 2) * (format.width / 2) + x / 2);
+    }
     int cb(int x, int y) const {
         return sample(lumaSamples() * 5 / 4 + static_cast<std::size_t>(y / 2) * (format.width / 2) + x / 2);
     }
     bool inPanel(int x, int y) const {
-        return x >= TestCard::kPanelX && x < TestCard::kPanelX + TestCard::kPanelWidth && y >= TestCard::kPanelY &&
-               y < TestCard::kPanelY + TestCard::kPanelHeight;
+        return x >= TestCard::kPanelX && x < TestCard::kPanelX + TestCard::kPanelWidth &&
+               y >= TestCard::kPanelY && y < TestCard::kPanelY + TestCard::kPanelHeight;
     }
 
     // Every sample of all three planes outside the panel, compared with the expected levels.
@@ -130,7 +135,7 @@ TEST_F(TestCardTest, Swatches_HoldTheirStudioColoursAtBothDepths) {
     struct Expected {
         int y, cr, cb;
     };
-    const Expected expected[6] = {{81, 239, 90},  {144, 34, 53},  {40, 109, 239},
+    const Expected expected[6] = {{81, 239, 90},  {144, 34, 53},   {40, 109, 239},
                                   {169, 16, 165}, {106, 221, 202}, {210, 146, 16}};
     const YCrCb green = studioColour(0, 255, 0);
     EXPECT_EQ(green.y, 144);
