@@ -31,8 +31,7 @@ class ZvbiTestDecoder {
     // The text that caption channel 1 shows, with runs of blanks and empty lines dropped.
     std::string captionText();
     // The text of teletext page `page` (0x888 for 888) below its header row, or nothing when the
-    // page was never
-    // received.
+    // page was never received.
     std::optional<std::string> teletextText(int page);
 
   private:
