@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "pattern/beep_timing.h"
+#include "pattern/sample_fill.h"
 #include "simulcast/capture_records.h"
 
 namespace ovtx::pattern::pattern_source::v1 {
@@ -49,9 +50,9 @@ std::uint16_t scaledLevel(int level8, int bitDepth) {
 void fillSamples(std::uint8_t* planes, std::size_t first, std::size_t count, std::uint16_t level,
                  int bitDepth) {
     if (bitDepth <= 8) {
-        std::memset(planes + first, level, count);
+        fillBytes(planes + first, count, static_cast<std::uint8_t>(level));
     } else {
-        std::fill_n(reinterpret_cast<std::uint16_t*>(planes) + first, count, level);
+        fillWords(reinterpret_cast<std::uint16_t*>(planes) + first, count, level);
     }
 }
 

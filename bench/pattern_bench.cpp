@@ -1,0 +1,108 @@
+// Makes pattern frames unpaced, for every format at 8 and 10 bits, and prints frames per second
+// and the ratio to the format's real-time rate, with the share of each record.
+//
+//   pattern_bench                 all formats, about half a second each
+//   pattern_bench 108 10 2.0      one format and depth, two seconds
+//
+// The chunks are plain memory, two per channel in turn, so that every frame is written to memory
+// that isn't in the cache, as in a ring of shared memory.
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "encoding/sdi/sdi_common.h"
+#include "pattern/pattern_format.h"
+#include "pattern/pattern_frames.h"
+#include "simulcast/capture_records.h"
+
+namespace {
+
+using namespace ovtx::pattern::pattern_source::v1;
+namespace records = ovtx::simulcast::capture_records::v1;
+namespace sdi = ovtx::encoding::sdi::sdi_common::v2;
+using Clock = std::chrono::steady_clock;
+
+constexpr int kChunksPerChannel = 2;
+
+struct Channel {
+    Channel(std::size_t bytes) {
+        for (auto& chunk : chunks) {
+            // 16-byte aligned like a ring's chunks, and touched once so that no page fault is timed.
+            chunk.reset(static_cast<std::uint8_t*>(std::aligned_alloc(64, (bytes + 63) / 64 * 64)));
+            std::fill_n(chunk.get(), bytes, 0);
+        }
+    }
+    std::uint8_t* next() { return chunks[static_cast<std::size_t>(turn++ % kChunksPerChannel)].get(); }
+
+    struct Free {
+        void operator()(std::uint8_t* p) const { std::free(p); }
+    };
+    std::array<std::unique_ptr<std::uint8_t, Free>, kChunksPerChannel> chunks;
+    int turn = 0;
+};
+
+double seconds(Clock::duration d) {
+    return std::chrono::duration<double>(d).count();
+}
+
+void run(int code, int bitDepth, double budgetSeconds) {
+    const PatternFormat format = patternFormat(code);
+    const std::array<std::uint32_t, 8> sampling{};
+    PatternFrames frames(format, bitDepth, sampling,
+                         std::min(captionBudget(format.period),
+                                  captionEntriesThatFit(records::kPatternCaptionSize.chunkBytes)));
+    Channel video(
+        static_cast<std::size_t>(pictureBytes(format, bitDepth) + records::kPatternVideoExtraBytes));
+    Channel audio(static_cast<std::size_t>(records::kPatternAudioSize.chunkBytes));
+    Channel teletext(static_cast<std::size_t>(records::kPatternTeletextSize.chunkBytes));
+    Channel caption(static_cast<std::size_t>(records::kPatternCaptionSize.chunkBytes));
+
+    std::array<Clock::duration, 4> spent{};
+    const Clock::time_point begin = Clock::now();
+    std::int64_t f = 0;
+    for (; f < 10 || seconds(Clock::now() - begin) < budgetSeconds; ++f) {
+        Clock::time_point t0 = Clock::now();
+        frames.writeVideo(video.next(), f);
+        Clock::time_point t1 = Clock::now();
+        frames.writeAudio(audio.next(), f);
+        Clock::time_point t2 = Clock::now();
+        frames.writeTeletext(teletext.next(), f);
+        Clock::time_point t3 = Clock::now();
+        frames.writeCaptions(caption.next(), f);
+        Clock::time_point t4 = Clock::now();
+        spent[0] += t1 - t0;
+        spent[1] += t2 - t1;
+        spent[2] += t3 - t2;
+        spent[3] += t4 - t3;
+    }
+    const double total = seconds(Clock::now() - begin);
+    const double fps = static_cast<double>(f) / total;
+    const double realTime = format.period.inverted().toDouble();
+    const double perFrameUs = 1e6 / static_cast<double>(f);
+    std::printf(
+        "%-26s %2d bit  %9.1f fps  %6.2fx real time  (per frame us: video %8.1f audio %6.1f teletext %4.1f "
+        "captions %4.1f)\n",
+        std::string(sdi::formatName(code).value_or("?")).c_str(), bitDepth, fps, fps / realTime,
+        seconds(spent[0]) * perFrameUs, seconds(spent[1]) * perFrameUs, seconds(spent[2]) * perFrameUs,
+        seconds(spent[3]) * perFrameUs);
+    std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc >= 3) {
+        run(std::atoi(argv[1]), std::atoi(argv[2]), argc >= 4 ? std::atof(argv[3]) : 0.5);
+        return 0;
+    }
+    for (const sdi::FormatTableRow& row : sdi::formatTable()) {
+        for (int bitDepth : {8, 10}) {
+            run(row.code, bitDepth, 0.5);
+        }
+    }
+    return 0;
+}
