@@ -10,7 +10,7 @@ namespace ovtx::tools::simulcast_follow::v1 {
 struct FormatGeometry {
     int width;
     int height;
-    std::int64_t rateNumerator;    // frames, not fields
+    std::int64_t rateNumerator;  // frames, not fields
     std::int64_t rateDenominator;
     bool interlaced;
 };

@@ -23,7 +23,8 @@ bool Y4mFile::open(const std::string& path, const FormatGeometry& geometry, int 
         return false;
     }
     const std::size_t sampleBytes = bitDepth > 8 ? 2 : 1;
-    m_lumaBytes = static_cast<std::size_t>(geometry.width) * static_cast<std::size_t>(geometry.height) * sampleBytes;
+    m_lumaBytes =
+        static_cast<std::size_t>(geometry.width) * static_cast<std::size_t>(geometry.height) * sampleBytes;
     m_chromaBytes = m_lumaBytes / 4;
     // Pixel aspect = picture aspect × height / width.
     long long pixelNumerator = static_cast<long long>(aspectNumerator) * geometry.height;
@@ -35,9 +36,10 @@ bool Y4mFile::open(const std::string& path, const FormatGeometry& geometry, int 
     } else {
         pixelNumerator = pixelDenominator = 0;  // unknown
     }
-    m_file << "YUV4MPEG2 W" << geometry.width << " H" << geometry.height << " F" << geometry.rateNumerator << ':'
-           << geometry.rateDenominator << " I" << (geometry.interlaced ? 't' : 'p') << " A" << pixelNumerator << ':'
-           << pixelDenominator << (bitDepth > 8 ? " C420p10 XYSCSS=420P10" : " C420") << '\n';
+    m_file << "YUV4MPEG2 W" << geometry.width << " H" << geometry.height << " F" << geometry.rateNumerator
+           << ':' << geometry.rateDenominator << " I" << (geometry.interlaced ? 't' : 'p') << " A"
+           << pixelNumerator << ':' << pixelDenominator << (bitDepth > 8 ? " C420p10 XYSCSS=420P10" : " C420")
+           << '\n';
     return static_cast<bool>(m_file);
 }
 
@@ -60,9 +62,9 @@ bool WavFile::open(const std::string& path, std::uint32_t sampleRate) {
     m_file.write("RIFF", 4);
     putLittleEndian(m_file, kWavHeaderBytes - 8, 4);  // completed by close
     m_file.write("WAVEfmt ", 8);
-    putLittleEndian(m_file, 16, 4);              // format chunk size
-    putLittleEndian(m_file, 1, 2);               // PCM
-    putLittleEndian(m_file, 2, 2);               // channels
+    putLittleEndian(m_file, 16, 4);  // format chunk size
+    putLittleEndian(m_file, 1, 2);   // PCM
+    putLittleEndian(m_file, 2, 2);   // channels
     putLittleEndian(m_file, sampleRate, 4);
     putLittleEndian(m_file, sampleRate * 4, 4);  // bytes per second
     putLittleEndian(m_file, 4, 2);               // block align

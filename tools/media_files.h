@@ -19,7 +19,7 @@ namespace ovtx::tools::simulcast_follow::v1 {
 
 // A YUV4MPEG2 stream of 4:2:0 pictures, 8-bit (C420) or 10-bit little-endian words (C420p10).
 class Y4mFile {
-public:
+  public:
     // Writes the stream header. The aspect ratio is the picture's (16:9, 4:3); the file gets the
     // matching pixel aspect.
     bool open(const std::string& path, const FormatGeometry& geometry, int bitDepth, int aspectNumerator,
@@ -30,7 +30,7 @@ public:
     // Writes one frame from a record's picture, whose chroma planes stand as Cr then Cb.
     bool writeFrame(const std::uint8_t* picture);
 
-private:
+  private:
     std::ofstream m_file;
     std::size_t m_lumaBytes = 0;
     std::size_t m_chromaBytes = 0;
@@ -38,7 +38,7 @@ private:
 
 // A 16-bit stereo PCM WAV file; the sizes in its header are completed by close.
 class WavFile {
-public:
+  public:
     bool open(const std::string& path, std::uint32_t sampleRate);
     bool isOpen() const { return m_file.is_open(); }
     // Appends `stereoSamples` left/right pairs of 16-bit samples.
@@ -46,7 +46,7 @@ public:
     bool close();
     ~WavFile() { close(); }
 
-private:
+  private:
     std::ofstream m_file;
     std::uint32_t m_dataBytes = 0;
 };

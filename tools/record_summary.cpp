@@ -39,9 +39,10 @@ std::string videoSummary(const std::uint8_t* chunk) {
 }
 
 std::string audioSummary(const std::uint8_t* chunk) {
-    std::string line = times(chunk, offsetof(AudioRecord, start), offsetof(AudioRecord, end)) +
-                       format(" magic=0x%04X rdisc=%u pairs=", field<std::uint16_t>(chunk, offsetof(AudioRecord, magic)),
-                              chunk[offsetof(AudioRecord, discontinuity)]);
+    std::string line =
+        times(chunk, offsetof(AudioRecord, start), offsetof(AudioRecord, end)) +
+        format(" magic=0x%04X rdisc=%u pairs=", field<std::uint16_t>(chunk, offsetof(AudioRecord, magic)),
+               chunk[offsetof(AudioRecord, discontinuity)]);
     for (std::size_t p = 0; p < kAudioPairCount; ++p) {
         const std::uint8_t* pair = chunk + offsetof(AudioRecord, pairs) + sizeof(AudioPairBlock) * p;
         line += format("%s%u/%u/%u", p == 0 ? "" : ",", pair[offsetof(AudioPairBlock, present)],
@@ -58,7 +59,8 @@ std::string captionSummary(const std::uint8_t* chunk) {
 
 std::string teletextSummary(const std::uint8_t* chunk) {
     return times(chunk, offsetof(TeletextRecord, start), offsetof(TeletextRecord, end)) +
-           format(" magic=0x%04X desc=%u data=%u", field<std::uint16_t>(chunk, offsetof(TeletextRecord, magic)),
+           format(" magic=0x%04X desc=%u data=%u",
+                  field<std::uint16_t>(chunk, offsetof(TeletextRecord, magic)),
                   field<std::uint32_t>(chunk, offsetof(TeletextRecord, descriptorLength)),
                   field<std::uint32_t>(chunk, offsetof(TeletextRecord, dataLength)));
 }
@@ -100,7 +102,9 @@ RecordKind kindOfChannel(std::string_view channelName) {
     return RecordKind::Raw;
 }
 
-std::string_view kindName(RecordKind kind) { return kKindNames[static_cast<std::size_t>(kind)]; }
+std::string_view kindName(RecordKind kind) {
+    return kKindNames[static_cast<std::size_t>(kind)];
+}
 
 bool parseKind(std::string_view text, RecordKind& kind) {
     for (std::size_t i = 0; i < kKindNames.size(); ++i) {
@@ -113,8 +117,8 @@ bool parseKind(std::string_view text, RecordKind& kind) {
     return false;
 }
 
-std::string summariseRecord(RecordKind kind, std::int64_t sequence, bool discontinuity, const std::uint8_t* chunk,
-                            std::size_t bytes) {
+std::string summariseRecord(RecordKind kind, std::int64_t sequence, bool discontinuity,
+                            const std::uint8_t* chunk, std::size_t bytes) {
     std::string line = std::string(kindName(kind)) +
                        format(" seq=%lld disc=%d", static_cast<long long>(sequence), discontinuity ? 1 : 0);
     if (bytes < summaryBytes(kind)) {

@@ -26,7 +26,7 @@ std::string_view kindName(RecordKind kind);
 bool parseKind(std::string_view text, RecordKind& kind);
 
 // The line for one chunk of `bytes` bytes: kind, sequence, discontinuity and the record's summary.
-std::string summariseRecord(RecordKind kind, std::int64_t sequence, bool discontinuity, const std::uint8_t* chunk,
-                            std::size_t bytes);
+std::string summariseRecord(RecordKind kind, std::int64_t sequence, bool discontinuity,
+                            const std::uint8_t* chunk, std::size_t bytes);
 
 }  // namespace ovtx::tools::simulcast_follow::v1

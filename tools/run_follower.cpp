@@ -46,7 +46,8 @@ records::FormatBlock readFormatBlock(const std::string& portName) {
 // (pattern) bytes tells it. 0 when neither depth fits.
 int depthFromChunk(const FormatGeometry& geometry, std::size_t chunkBytes) {
     for (const int depth : {8, 10}) {
-        const auto picture = static_cast<std::size_t>(records::patternPictureSize(geometry.width, geometry.height, depth));
+        const auto picture =
+            static_cast<std::size_t>(records::patternPictureSize(geometry.width, geometry.height, depth));
         if (chunkBytes == picture + records::kCaptureVideoExtraBytes ||
             chunkBytes == picture + records::kPatternVideoExtraBytes) {
             return depth;
@@ -57,7 +58,7 @@ int depthFromChunk(const FormatGeometry& geometry, std::size_t chunkBytes) {
 
 // Everything the channel threads share: output, counters, the media files.
 class FollowSession {
-public:
+  public:
     FollowSession(const FollowOptions& options, std::ostream& out, std::ostream& err)
         : m_options(options), m_out(out), m_err(err) {}
 
@@ -86,7 +87,7 @@ public:
 
     bool failed() const { return m_failed.load(); }
 
-private:
+  private:
     bool openWithRetries(SimulcastReader& reader, const std::string& name) {
         bool told = false;
         while (!signals::stopRequested()) {
@@ -154,19 +155,22 @@ private:
         }
     }
 
-    bool openVideo(const std::string& channel, std::size_t chunkBytes, const records::VideoRecordHeader& header) {
+    bool openVideo(const std::string& channel, std::size_t chunkBytes,
+                   const records::VideoRecordHeader& header) {
         const records::FormatBlock block = readFormatBlock(portOf(channel));
         const auto geometry = formatGeometry(block.formatCode);
         if (!geometry) {
             fail("unknown video format code " + std::to_string(block.formatCode) + " in the format block");
             return false;
         }
-        const int depth = block.bitDepth == 8 || block.bitDepth == 10 ? block.bitDepth : depthFromChunk(*geometry, chunkBytes);
+        const int depth = block.bitDepth == 8 || block.bitDepth == 10 ? block.bitDepth
+                                                                      : depthFromChunk(*geometry, chunkBytes);
         if (depth == 0) {
             fail("no format block for this run: cannot tell the picture's geometry");
             return false;
         }
-        if (!m_video.open(m_options.y4mPath, *geometry, depth, header.aspectNumerator, header.aspectDenominator)) {
+        if (!m_video.open(m_options.y4mPath, *geometry, depth, header.aspectNumerator,
+                          header.aspectDenominator)) {
             fail("cannot create " + m_options.y4mPath);
             return false;
         }
@@ -204,7 +208,7 @@ private:
     std::mutex m_outputMutex;
     std::atomic<std::int64_t> m_records{0};
     std::atomic<bool> m_failed{false};
-    Y4mFile m_video;  // only the video thread touches it
+    Y4mFile m_video;                                        // only the video thread touches it
     std::array<WavFile, records::kAudioPairCount> m_pairs;  // only the audio thread touches them
 };
 

@@ -22,14 +22,14 @@
 namespace ovtx::tools::simulcast_follow::v1 {
 
 struct FollowOptions {
-    std::string portName;             // the run's four channels, or
-    std::string channel;              // this one channel (then portName is unused)
-    std::optional<RecordKind> kind;   // of `channel`; from its name when not given
-    std::int64_t maxRecords = 0;      // records of all channels together; 0: no limit
-    double seconds = 0;               // 0: no limit
-    std::string y4mPath;              // video records to this Y4M file
-    std::string wavPrefix;            // audio pair p to <wavPrefix><p>.wav, p from 1 to 8
-    std::uint32_t timeoutMs = 200;    // one read's wait before the stop flag is looked at again
+    std::string portName;            // the run's four channels, or
+    std::string channel;             // this one channel (then portName is unused)
+    std::optional<RecordKind> kind;  // of `channel`; from its name when not given
+    std::int64_t maxRecords = 0;     // records of all channels together; 0: no limit
+    double seconds = 0;              // 0: no limit
+    std::string y4mPath;             // video records to this Y4M file
+    std::string wavPrefix;           // audio pair p to <wavPrefix><p>.wav, p from 1 to 8
+    std::uint32_t timeoutMs = 200;   // one read's wait before the stop flag is looked at again
 };
 
 // Prints one line per record to `out` and problems to `err`. Returns the process's exit code:

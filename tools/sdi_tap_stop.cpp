@@ -38,12 +38,13 @@ int main(int argc, char** argv) {
     const std::string eventName = channelName(kStopEventPrefix, portName);
     NamedEvent stopEvent = NamedEvent::open(eventName);
     if (!stopEvent.valid()) {
-        std::cerr << "sdi_tap_stop: no sdi_tap run on port " << portName << " (cannot open " << eventName << ": "
-                  << std::strerror(stopEvent.error()) << ")\n";
+        std::cerr << "sdi_tap_stop: no sdi_tap run on port " << portName << " (cannot open " << eventName
+                  << ": " << std::strerror(stopEvent.error()) << ")\n";
         return 1;
     }
     if (!stopEvent.set()) {
-        std::cerr << "sdi_tap_stop: cannot set " << eventName << ": " << std::strerror(stopEvent.error()) << "\n";
+        std::cerr << "sdi_tap_stop: cannot set " << eventName << ": " << std::strerror(stopEvent.error())
+                  << "\n";
         return 1;
     }
     std::cout << "sdi_tap_stop: stop requested for the run on port " << portName << "\n";

@@ -97,6 +97,10 @@ bool parseArguments(int argc, char** argv, FollowOptions& options, bool& help, s
         error = "give either a portName or --channel <name>";
         return false;
     }
+    if (options.kind && options.channel.empty()) {
+        error = "--kind applies to --channel only";
+        return false;
+    }
     return true;
 }
 
