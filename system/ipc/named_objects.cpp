@@ -403,6 +403,7 @@ NamedMutex& NamedMutex::operator=(NamedMutex&& other) noexcept {
         m_failedOperation = std::exchange(other.m_failedOperation, nullptr);
         m_shared = std::exchange(other.m_shared, nullptr);
         m_name = std::move(other.m_name);
+        m_lockDepth = std::exchange(other.m_lockDepth, 0);
     }
     return *this;
 }
@@ -436,7 +437,11 @@ bool NamedMutex::lock() {
         pthreadCall(error, "pthread_mutex_consistent",
                     [&] { return ::pthread_mutex_consistent(mutexOf(m_shared)); });
     }
-    return error ? fail(error.code, error.operation) : true;
+    if (error) {
+        return fail(error.code, error.operation);
+    }
+    ++m_lockDepth;
+    return true;
 }
 
 WaitResult NamedMutex::lockFor(std::chrono::milliseconds timeout) {
@@ -458,14 +463,11 @@ WaitResult NamedMutex::lockFor(std::chrono::milliseconds timeout) {
         fail(error.code, error.operation);
         return WaitResult::Failed;
     }
-    switch (result) {
-        case ETIMEDOUT:
-            return WaitResult::TimedOut;
-        case EOWNERDEAD:
-            return WaitResult::Abandoned;
-        default:
-            return WaitResult::Acquired;
+    if (result == ETIMEDOUT) {
+        return WaitResult::TimedOut;
     }
+    ++m_lockDepth;
+    return result == EOWNERDEAD ? WaitResult::Abandoned : WaitResult::Acquired;
 }
 
 bool NamedMutex::unlock() {
@@ -474,13 +476,22 @@ bool NamedMutex::unlock() {
     }
     SysError error;
     pthreadCall(error, "pthread_mutex_unlock", [&] { return ::pthread_mutex_unlock(mutexOf(m_shared)); });
-    return error ? fail(error.code, error.operation) : true;
+    if (error) {
+        return fail(error.code, error.operation);
+    }
+    m_lockDepth = std::max(m_lockDepth - 1, 0);
+    return true;
 }
 
 bool NamedMutex::close() {
     if (m_fd < 0) {
         return true;
     }
+    // A locked robust mutex stays on the thread's robust list, which must never point into memory
+    // that is unmapped: release it first.
+    while (m_lockDepth > 0 && unlock()) {
+    }
+    m_lockDepth = 0;
     const SysError error =
         releaseState(m_name, std::exchange(m_fd, -1), std::exchange(m_shared, nullptr), sizeof(MutexState));
     return error ? fail(error.code, error.operation) : true;

@@ -113,6 +113,13 @@ TEST_F(NamedObjectsTest, LastClose_RemovesTheObjectAndItsContent) {
     EXPECT_EQ(wordAt(view, 0), 0u);
 }
 
+TEST_F(NamedObjectsTest, MappingLargerThanTheFreeMemory_FailsAtOpenAndLeavesNothing) {
+    NamedMapping mapping = NamedMapping::createOrJoin(name("MAP"), std::uint64_t{1} << 50);
+    EXPECT_FALSE(mapping.valid());
+    EXPECT_EQ(mapping.error(), ENOSPC);
+    EXPECT_STREQ(mapping.failedOperation(), "posix_fallocate");
+}
+
 TEST_F(NamedObjectsTest, OpenOnlyOfAnAbsentName_Fails) {
     NamedMutex mutex = NamedMutex::open(name("MUTEX"));
     NamedEvent event = NamedEvent::open(name("EVENT"));
@@ -225,6 +232,17 @@ TEST_F(NamedObjectsTest, MutexHeldElsewhere_TimedLockTimesOutThenSucceedsAfterRe
     EXPECT_EQ(mutex.lockFor(30s), WaitResult::Acquired);
     EXPECT_EQ(mutex.lockFor(0ms), WaitResult::Acquired) << "the owner may take it again";
     EXPECT_TRUE(mutex.unlock());
+    EXPECT_TRUE(mutex.unlock());
+}
+
+TEST_F(NamedObjectsTest, MutexClosedWhileLocked_IsReleasedNotAbandoned) {
+    NamedMutex mutex = NamedMutex::createOrJoin(name("MUTEX"));
+    HelperProcess holder;
+    ASSERT_EQ(holder.ask("mutex " + name("MUTEX")), "ok");
+    ASSERT_EQ(holder.ask("lock"), "ok");
+    ASSERT_EQ(holder.ask("lock"), "ok");
+    ASSERT_EQ(holder.ask("close"), "ok");
+    EXPECT_EQ(mutex.lockFor(30s), WaitResult::Acquired);
     EXPECT_TRUE(mutex.unlock());
 }
 
