@@ -7,6 +7,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -87,6 +88,10 @@ struct RefusedName {
     std::string base;
     int error;
 };
+
+void PrintTo(const RefusedName& name, std::ostream* out) {
+    *out << name.what;
+}
 
 class GenericSharedMemoryRefusedNameTest : public GenericSharedMemoryTest,
                                            public ::testing::WithParamInterface<RefusedName> {};
