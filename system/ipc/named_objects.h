@@ -28,12 +28,32 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace ovtx::system::ipc::v2 {
 
 namespace internal {
-struct StateHold;
-}
+
+// What a named mutex and a named event hold: the object's descriptor, its state as mapped here,
+// and the last failure. Moving leaves the source empty.
+struct HeldState {
+    int fd = -1;
+    void* shared = nullptr;
+    int error = 0;
+    const char* failedOperation = nullptr;
+    std::string name;
+
+    HeldState() = default;
+    HeldState(HeldState&& other) noexcept;
+    HeldState& operator=(HeldState&& other) noexcept;
+    HeldState(const HeldState&) = delete;
+    HeldState& operator=(const HeldState&) = delete;
+    ~HeldState() = default;
+
+    bool fail(int code, const char* operation);  // records the failure, returns false
+};
+
+}  // namespace internal
 
 // Outcome of a wait with a timeout.
 enum class WaitResult {
@@ -130,11 +150,11 @@ class NamedMutex {
     NamedMutex& operator=(const NamedMutex&) = delete;
     ~NamedMutex();
 
-    bool valid() const { return m_fd >= 0; }
-    int error() const { return m_error; }
+    bool valid() const { return m_state.fd >= 0; }
+    int error() const { return m_state.error; }
     // The system call that failed last, as "shm_open" or "mmap", or null.
-    const char* failedOperation() const { return m_failedOperation; }
-    const std::string& name() const { return m_name; }
+    const char* failedOperation() const { return m_state.failedOperation; }
+    const std::string& name() const { return m_state.name; }
 
     // Waits without a timeout; an abandoned mutex counts as acquired. False only on failure.
     bool lock();
@@ -145,15 +165,10 @@ class NamedMutex {
     bool close();
 
   private:
-    void adopt(std::string_view name, const internal::StateHold& hold);
-    bool fail(int code, const char* operation);  // records the failure, returns false
+    explicit NamedMutex(internal::HeldState state) : m_state(std::move(state)) {}
 
-    int m_fd = -1;
-    int m_error = 0;
-    const char* m_failedOperation = nullptr;
-    void* m_shared = nullptr;  // the mapped mutex state
-    std::string m_name;
-    int m_lockDepth = 0;  // locks taken through this object and not released yet
+    internal::HeldState m_state;  // the mapped mutex state
+    int m_lockDepth = 0;          // locks taken through this object and not released yet
 };
 
 // A named event on a futex word in shared memory. Nothing in it counts waiters: a waiter that
@@ -173,11 +188,11 @@ class NamedEvent {
     NamedEvent& operator=(const NamedEvent&) = delete;
     ~NamedEvent();
 
-    bool valid() const { return m_fd >= 0; }
-    int error() const { return m_error; }
+    bool valid() const { return m_state.fd >= 0; }
+    int error() const { return m_state.error; }
     // The system call that failed last, as "shm_open" or "mmap", or null.
-    const char* failedOperation() const { return m_failedOperation; }
-    const std::string& name() const { return m_name; }
+    const char* failedOperation() const { return m_state.failedOperation; }
+    const std::string& name() const { return m_state.name; }
 
     // Signals the event: a manual-reset event releases every waiter and stays signalled until
     // `reset`; an auto-reset event stays signalled until one wait consumes it.
@@ -192,14 +207,9 @@ class NamedEvent {
     bool close();
 
   private:
-    void adopt(std::string_view name, const internal::StateHold& hold);
-    bool fail(int code, const char* operation);  // records the failure, returns false
+    explicit NamedEvent(internal::HeldState state) : m_state(std::move(state)) {}
 
-    int m_fd = -1;
-    int m_error = 0;
-    const char* m_failedOperation = nullptr;
-    void* m_shared = nullptr;  // the mapped event state
-    std::string m_name;
+    internal::HeldState m_state;  // the mapped event state
 };
 
 }  // namespace ovtx::system::ipc::v2

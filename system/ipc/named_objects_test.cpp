@@ -1,14 +1,14 @@
 #include "system/ipc/named_objects.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "system/ipc/test_processes.h"
+#include "system/ipc/shm_test_fixture.h"
 
 namespace {
 
@@ -16,23 +16,7 @@ using namespace ovtx::system::ipc::v2;
 using namespace ovtx::system::ipc::v2::testing;
 using namespace std::chrono_literals;
 
-// Names unique to the test case and the process; none of them may stay in /dev/shm.
-class NamedObjectsTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        m_prefix = "ipc_test_" + std::to_string(::getpid()) + "_" + info->name() + "_";
-    }
-    void TearDown() override {
-        const std::vector<std::string> left = shmEntries(m_prefix);
-        EXPECT_EQ(left, std::vector<std::string>{});
-        removeShmEntries(left);
-    }
-
-    std::string name(const std::string& suffix) const { return m_prefix + suffix; }
-
-    std::string m_prefix;
-};
+using NamedObjectsTest = ShmTest;
 
 std::uint32_t& wordAt(const MappedView& view, std::size_t offset) {
     return *reinterpret_cast<std::uint32_t*>(static_cast<char*>(view.data()) + offset);
@@ -188,20 +172,26 @@ TEST_F(NamedObjectsTest, OpenRacingTheLastClose_NeverJoinsADyingObject) {
 
 // ---- mutexes ----------------------------------------------------------------------------------
 
+// A helper that holds the mutex `mutexName` locked.
+std::unique_ptr<HelperProcess> startLockedHolder(const std::string& mutexName) {
+    auto holder = std::make_unique<HelperProcess>();
+    EXPECT_EQ(holder->ask("mutex " + mutexName), "ok");
+    EXPECT_EQ(holder->ask("lock"), "ok");
+    return holder;
+}
+
 TEST_F(NamedObjectsTest, MutexHolderKilled_HandsTheMutexOverAsAbandoned) {
     NamedMutex mutex = NamedMutex::createOrJoin(name("MUTEX"));
     NamedMapping mapping = NamedMapping::createOrJoin(name("MAP"), 4096);
     MappedView view = MappedView::map(mapping, 4096, MappedView::Access::ReadWrite);
     ASSERT_TRUE(mutex.valid() && view.valid());
     {
-        HelperProcess holder;
-        ASSERT_EQ(holder.ask("mutex " + name("MUTEX")), "ok");
-        ASSERT_EQ(holder.ask("mapping " + name("MAP") + " 4096"), "ok 4096");
-        ASSERT_EQ(holder.ask("lock"), "ok");
-        ASSERT_EQ(holder.ask("write 0 31"), "ok");
+        auto holder = startLockedHolder(name("MUTEX"));
+        ASSERT_EQ(holder->ask("mapping " + name("MAP") + " 4096"), "ok 4096");
+        ASSERT_EQ(holder->ask("write 0 31"), "ok");
         EXPECT_EQ(mutex.lockFor(0ms), WaitResult::TimedOut);
-        holder.kill();
-        holder.wait();
+        holder->kill();
+        holder->wait();
     }
     EXPECT_EQ(mutex.lockFor(30s), WaitResult::Abandoned);
     EXPECT_EQ(wordAt(view, 0), 31u);
@@ -220,15 +210,13 @@ TEST_F(NamedObjectsTest, MutexHolderKilled_HandsTheMutexOverAsAbandoned) {
 
 TEST_F(NamedObjectsTest, MutexHeldElsewhere_TimedLockTimesOutThenSucceedsAfterRelease) {
     NamedMutex mutex = NamedMutex::createOrJoin(name("MUTEX"));
-    HelperProcess holder;
-    ASSERT_EQ(holder.ask("mutex " + name("MUTEX")), "ok");
-    ASSERT_EQ(holder.ask("lock"), "ok");
+    auto holder = startLockedHolder(name("MUTEX"));
 
     EXPECT_EQ(mutex.lockFor(100ms), WaitResult::TimedOut);
     EXPECT_EQ(mutex.lockFor(0ms), WaitResult::TimedOut);
     EXPECT_FALSE(mutex.unlock()) << "only the owner may release it";
 
-    ASSERT_EQ(holder.ask("unlock"), "ok");
+    ASSERT_EQ(holder->ask("unlock"), "ok");
     EXPECT_EQ(mutex.lockFor(30s), WaitResult::Acquired);
     EXPECT_EQ(mutex.lockFor(0ms), WaitResult::Acquired) << "the owner may take it again";
     EXPECT_TRUE(mutex.unlock());
@@ -237,11 +225,9 @@ TEST_F(NamedObjectsTest, MutexHeldElsewhere_TimedLockTimesOutThenSucceedsAfterRe
 
 TEST_F(NamedObjectsTest, MutexClosedWhileLocked_IsReleasedNotAbandoned) {
     NamedMutex mutex = NamedMutex::createOrJoin(name("MUTEX"));
-    HelperProcess holder;
-    ASSERT_EQ(holder.ask("mutex " + name("MUTEX")), "ok");
-    ASSERT_EQ(holder.ask("lock"), "ok");
-    ASSERT_EQ(holder.ask("lock"), "ok");
-    ASSERT_EQ(holder.ask("close"), "ok");
+    auto holder = startLockedHolder(name("MUTEX"));
+    ASSERT_EQ(holder->ask("lock"), "ok");
+    ASSERT_EQ(holder->ask("close"), "ok");
     EXPECT_EQ(mutex.lockFor(30s), WaitResult::Acquired);
     EXPECT_TRUE(mutex.unlock());
 }
