@@ -145,7 +145,12 @@ HeldState holdState(std::string_view name, OpenMode mode, std::size_t size, Cons
     const ObjectStep join = [&](int fd) { return joinState(fd, size, hold.shared); };
     const HoldResult result = acquireHold(name, mode, initialise, join);
     hold.fd = result.fd;
-    hold.fail(result.error.code, result.error.operation);
+    if (result.error) {
+        if (hold.shared != nullptr) {  // a step after the mapping failed
+            ::munmap(std::exchange(hold.shared, nullptr), size);
+        }
+        hold.fail(result.error.code, result.error.operation);
+    }
     return hold;
 }
 
