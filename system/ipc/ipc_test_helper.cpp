@@ -125,6 +125,12 @@ std::string runCommand(Objects& objects, const std::string& line) {
         }
         return objects.mutex.unlock() ? "ok" : failure(objects.mutex.error());
     }
+    if (command == "create-event") {  // create-event NAME: create or join, auto-reset, set
+        std::string name;
+        in >> name;
+        objects.event = NamedEvent::createOrJoin(name, NamedEvent::Reset::Auto, true);
+        return objects.event.valid() ? "ok" : failure(objects.event.error());
+    }
     if (command == "event") {  // event NAME: open only
         std::string name;
         in >> name;

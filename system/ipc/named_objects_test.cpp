@@ -22,6 +22,14 @@ std::uint32_t& wordAt(const MappedView& view, std::size_t offset) {
     return *reinterpret_cast<std::uint32_t*>(static_cast<char*>(view.data()) + offset);
 }
 
+// A helper that holds the mutex `mutexName` locked.
+std::unique_ptr<HelperProcess> startLockedHolder(const std::string& mutexName) {
+    auto holder = std::make_unique<HelperProcess>();
+    EXPECT_EQ(holder->ask("mutex " + mutexName), "ok");
+    EXPECT_EQ(holder->ask("lock"), "ok");
+    return holder;
+}
+
 // ---- mappings ---------------------------------------------------------------------------------
 
 TEST_F(NamedObjectsTest, TwoProcesses_SeeEachOthersStoresAndTheFirstSize) {
@@ -132,6 +140,31 @@ TEST_F(NamedObjectsTest, KilledHolder_LeavesAStaleObjectThatTheNextOpenerRecreat
     EXPECT_EQ(wordAt(view, 0), 0u);
 }
 
+TEST_F(NamedObjectsTest, StaleMutexLeftLocked_IsRecreatedUnlocked) {
+    {
+        auto holder = startLockedHolder(name("MUTEX"));
+        holder->kill();
+        holder->wait();
+    }
+    NamedMutex mutex = NamedMutex::createOrJoin(name("MUTEX"));
+    EXPECT_EQ(mutex.lockFor(0ms), WaitResult::Acquired) << "fresh, neither held nor abandoned";
+    EXPECT_TRUE(mutex.unlock());
+}
+
+TEST_F(NamedObjectsTest, StaleEventLeftSet_IsRecreatedWithTheNewState) {
+    {
+        HelperProcess holder;
+        ASSERT_EQ(holder.ask("create-event " + name("EVENT")), "ok");
+        holder.kill();
+        holder.wait();
+    }
+    NamedEvent event = NamedEvent::createOrJoin(name("EVENT"), NamedEvent::Reset::Manual, false);
+    EXPECT_EQ(event.wait(0ms), WaitResult::TimedOut);
+    ASSERT_TRUE(event.set());
+    EXPECT_EQ(event.wait(0ms), WaitResult::Acquired);
+    EXPECT_EQ(event.wait(0ms), WaitResult::Acquired) << "manual reset, as this opener asked";
+}
+
 TEST_F(NamedObjectsTest, OpenOnlyOfAStaleObject_FailsAndRemovesIt) {
     {
         HelperProcess holder;
@@ -171,14 +204,6 @@ TEST_F(NamedObjectsTest, OpenRacingTheLastClose_NeverJoinsADyingObject) {
 }
 
 // ---- mutexes ----------------------------------------------------------------------------------
-
-// A helper that holds the mutex `mutexName` locked.
-std::unique_ptr<HelperProcess> startLockedHolder(const std::string& mutexName) {
-    auto holder = std::make_unique<HelperProcess>();
-    EXPECT_EQ(holder->ask("mutex " + mutexName), "ok");
-    EXPECT_EQ(holder->ask("lock"), "ok");
-    return holder;
-}
 
 TEST_F(NamedObjectsTest, MutexHolderKilled_HandsTheMutexOverAsAbandoned) {
     NamedMutex mutex = NamedMutex::createOrJoin(name("MUTEX"));
