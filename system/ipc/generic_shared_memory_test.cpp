@@ -1,18 +1,18 @@
 #include "system/ipc/generic_shared_memory.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <vector>
 
-#include "system/ipc/test_processes.h"
+#include "system/ipc/shm_test_fixture.h"
 
 namespace {
 
@@ -23,20 +23,7 @@ static_assert(!std::is_copy_constructible_v<GenericSharedMemory>);
 static_assert(!std::is_copy_assignable_v<GenericSharedMemory>);
 static_assert(std::has_virtual_destructor_v<GenericSharedMemory>);
 
-class GenericSharedMemoryTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        m_base = "ipc_test_" + std::to_string(::getpid()) + "_" + info->name() + "_";
-    }
-    void TearDown() override {
-        const std::vector<std::string> left = shmEntries(m_base);
-        EXPECT_EQ(left, std::vector<std::string>{});
-        removeShmEntries(left);
-    }
-
-    std::string m_base;
-};
+class GenericSharedMemoryTest : public ShmTest {};
 
 std::uint32_t* words(const GenericSharedMemory& memory) {
     return static_cast<std::uint32_t*>(memory.view());
@@ -44,14 +31,14 @@ std::uint32_t* words(const GenericSharedMemory& memory) {
 
 TEST_F(GenericSharedMemoryTest, TwoProcesses_ShareTheBlockAndTheFirstSize) {
     HelperProcess first;
-    ASSERT_EQ(first.ask("generic " + m_base + "2 8"), "ok");
+    ASSERT_EQ(first.ask("generic " + name("2") + " 8"), "ok");
     ASSERT_EQ(first.ask("lock"), "ok");
     ASSERT_EQ(first.ask("write 4 77"), "ok");
     ASSERT_EQ(first.ask("unlock"), "ok");
-    EXPECT_TRUE(shmEntryExists(m_base + "2_mapping"));
-    EXPECT_TRUE(shmEntryExists(m_base + "2_mutex"));
+    EXPECT_TRUE(shmEntryExists(name("2_mapping")));
+    EXPECT_TRUE(shmEntryExists(name("2_mutex")));
 
-    GenericSharedMemory memory(m_base + "2", 4);
+    GenericSharedMemory memory(name("2"), 4);
     memory.lock();
     EXPECT_EQ(words(memory)[1], 77u) << "the second opener gets the first one's 8 bytes";
     words(memory)[0] = 5;
@@ -60,18 +47,18 @@ TEST_F(GenericSharedMemoryTest, TwoProcesses_ShareTheBlockAndTheFirstSize) {
 }
 
 TEST_F(GenericSharedMemoryTest, StorePastTheAskedSizeWithinThePage_IsSharedToo) {
-    GenericSharedMemory memory(m_base + "0", 4);
+    GenericSharedMemory memory(name("0"), 4);
     words(memory)[1] = 8;  // the format block stores 8 bytes into a block asked for with 4
     HelperProcess other;
-    ASSERT_EQ(other.ask("generic " + m_base + "0 4"), "ok");
+    ASSERT_EQ(other.ask("generic " + name("0") + " 4"), "ok");
     EXPECT_EQ(other.ask("read 4"), "value 8");
 }
 
 TEST_F(GenericSharedMemoryTest, HolderKilledUnderTheLock_NextLockTakesItAndTheBlockStays) {
-    GenericSharedMemory memory(m_base + "1", 8);
+    GenericSharedMemory memory(name("1"), 8);
     {
         HelperProcess holder;
-        ASSERT_EQ(holder.ask("generic " + m_base + "1 8"), "ok");
+        ASSERT_EQ(holder.ask("generic " + name("1") + " 8"), "ok");
         ASSERT_EQ(holder.ask("lock"), "ok");
         ASSERT_EQ(holder.ask("write 0 3"), "ok");
         holder.kill();
@@ -87,6 +74,10 @@ struct RefusedName {
     std::string base;
     int error;
 };
+
+void PrintTo(const RefusedName& name, std::ostream* out) {
+    *out << name.what;
+}
 
 class GenericSharedMemoryRefusedNameTest : public GenericSharedMemoryTest,
                                            public ::testing::WithParamInterface<RefusedName> {};

@@ -6,8 +6,12 @@
 //                                        inside its initialisation after printing "initialising"
 //   ipc_test_helper churn NAME COUNT     opens and closes the mapping NAME COUNT times, checking
 //                                        each time that it holds the object the name refers to
+//   ipc_test_helper pulse-waiter BASE    waits on the event BASE_EVENT until word 2 of the mapping
+//                                        BASE_MAP is set, storing into word 1 the nanoseconds from
+//                                        the steady-clock stamp in word 0 to each wait's return
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
@@ -121,6 +125,12 @@ std::string runCommand(Objects& objects, const std::string& line) {
         }
         return objects.mutex.unlock() ? "ok" : failure(objects.mutex.error());
     }
+    if (command == "create-event") {  // create-event NAME: create or join, auto-reset, set
+        std::string name;
+        in >> name;
+        objects.event = NamedEvent::createOrJoin(name, NamedEvent::Reset::Auto, true);
+        return objects.event.valid() ? "ok" : failure(objects.event.error());
+    }
     if (command == "event") {  // event NAME: open only
         std::string name;
         in >> name;
@@ -189,6 +199,29 @@ int churn(const std::string& name, int count) {
     return 0;
 }
 
+// The far end of the latency benchmark.
+int waitForPulses(const std::string& base) {
+    constexpr std::size_t kSize = 3 * sizeof(std::int64_t);
+    NamedMapping mapping = NamedMapping::createOrJoin(base + "_MAP", kSize);
+    MappedView view = MappedView::map(mapping, kSize, MappedView::Access::ReadWrite);
+    NamedEvent event = NamedEvent::open(base + "_EVENT");
+    if (!view.valid() || !event.valid()) {
+        return 1;
+    }
+    auto* words = static_cast<std::atomic<std::int64_t>*>(view.data());
+    const auto now = [] {
+        return std::chrono::duration_cast<std::chrono::nanoseconds>(
+                   std::chrono::steady_clock::now().time_since_epoch())
+            .count();
+    };
+    while (words[2].load() == 0) {
+        if (event.wait(100ms) == WaitResult::Acquired) {
+            words[1].store(now() - words[0].load());
+        }
+    }
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -200,6 +233,9 @@ int main(int argc, char** argv) {
     }
     if (mode == "churn" && argc == 4) {
         return churn(argv[2], std::atoi(argv[3]));
+    }
+    if (mode == "pulse-waiter" && argc == 3) {
+        return waitForPulses(argv[2]);
     }
     return serveCommands();
 }

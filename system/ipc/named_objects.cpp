@@ -23,25 +23,39 @@ namespace ovtx::system::ipc::v2 {
 
 namespace internal {
 
-// A held object whose file holds a small state (a mutex, an event), mapped at `shared`.
-struct StateHold {
-    int fd = -1;
-    void* shared = nullptr;
-    SysError error;
-};
+HeldState::HeldState(HeldState&& other) noexcept {
+    *this = std::move(other);
+}
+
+HeldState& HeldState::operator=(HeldState&& other) noexcept {
+    if (this != &other) {
+        fd = std::exchange(other.fd, -1);
+        shared = std::exchange(other.shared, nullptr);
+        error = std::exchange(other.error, 0);
+        failedOperation = std::exchange(other.failedOperation, nullptr);
+        name = std::move(other.name);
+    }
+    return *this;
+}
+
+bool HeldState::fail(int code, const char* operation) {
+    error = code;
+    failedOperation = operation;
+    return false;
+}
 
 }  // namespace internal
 
 namespace {
 
 using internal::acquireHold;
+using internal::HeldState;
 using internal::HoldResult;
 using internal::ObjectStep;
 using internal::OpenMode;
 using internal::posixCall;
 using internal::pthreadCall;
 using internal::releaseHold;
-using internal::StateHold;
 using internal::SysError;
 using internal::sysError;
 
@@ -124,23 +138,36 @@ SysError createState(int fd, std::size_t size, void*& shared, Construct&& constr
 }
 
 template <typename Construct>
-StateHold holdState(std::string_view name, OpenMode mode, std::size_t size, Construct&& construct) {
-    StateHold hold;
+HeldState holdState(std::string_view name, OpenMode mode, std::size_t size, Construct&& construct) {
+    HeldState hold;
+    hold.name = std::string(name);
     const ObjectStep initialise = [&](int fd) { return createState(fd, size, hold.shared, construct); };
     const ObjectStep join = [&](int fd) { return joinState(fd, size, hold.shared); };
     const HoldResult result = acquireHold(name, mode, initialise, join);
     hold.fd = result.fd;
-    hold.error = result.error;
+    if (result.error) {
+        if (hold.shared != nullptr) {  // a step after the mapping failed
+            ::munmap(std::exchange(hold.shared, nullptr), size);
+        }
+        hold.fail(result.error.code, result.error.operation);
+    }
     return hold;
 }
 
-SysError releaseState(std::string_view name, int fd, void* shared, std::size_t size) {
-    SysError error;
-    if (shared != nullptr) {
-        posixCall(error, "munmap", [&] { return ::munmap(shared, size); });
+// Unmaps the state and gives the hold up; false (with the failure recorded) on a failing call.
+bool releaseState(HeldState& hold, std::size_t size) {
+    if (hold.fd < 0) {
+        return true;
     }
-    const SysError released = releaseHold(name, fd);
-    return error ? error : released;
+    SysError error;
+    if (hold.shared != nullptr) {
+        posixCall(error, "munmap", [&] { return ::munmap(std::exchange(hold.shared, nullptr), size); });
+    }
+    const SysError released = releaseHold(hold.name, std::exchange(hold.fd, -1));
+    if (!error) {
+        error = released;
+    }
+    return error ? hold.fail(error.code, error.operation) : true;
 }
 
 SysError constructMutex(void* shared) {
@@ -380,29 +407,21 @@ EventState& eventOf(void* shared) {
 }  // namespace
 
 NamedMutex NamedMutex::createOrJoin(std::string_view name) {
-    NamedMutex mutex;
-    mutex.adopt(name, holdState(name, OpenMode::CreateOrJoin, sizeof(MutexState), constructMutex));
-    return mutex;
+    return NamedMutex(holdState(name, OpenMode::CreateOrJoin, sizeof(MutexState), constructMutex));
 }
 
 NamedMutex NamedMutex::open(std::string_view name) {
-    NamedMutex mutex;
-    mutex.adopt(name, holdState(name, OpenMode::OpenOnly, sizeof(MutexState), constructMutex));
-    return mutex;
+    return NamedMutex(holdState(name, OpenMode::OpenOnly, sizeof(MutexState), constructMutex));
 }
 
-NamedMutex::NamedMutex(NamedMutex&& other) noexcept {
-    *this = std::move(other);
-}
+NamedMutex::NamedMutex(NamedMutex&& other) noexcept
+    : m_state(std::move(other.m_state)), m_lockDepth(std::exchange(other.m_lockDepth, 0)) {}
 
 NamedMutex& NamedMutex::operator=(NamedMutex&& other) noexcept {
     if (this != &other) {
         close();
-        m_fd = std::exchange(other.m_fd, -1);
-        m_error = std::exchange(other.m_error, 0);
-        m_failedOperation = std::exchange(other.m_failedOperation, nullptr);
-        m_shared = std::exchange(other.m_shared, nullptr);
-        m_name = std::move(other.m_name);
+        m_state = std::move(other.m_state);
+        m_lockDepth = std::exchange(other.m_lockDepth, 0);
     }
     return *this;
 }
@@ -411,79 +430,75 @@ NamedMutex::~NamedMutex() {
     close();
 }
 
-void NamedMutex::adopt(std::string_view name, const internal::StateHold& hold) {
-    m_name = std::string(name);
-    m_fd = hold.fd;
-    m_shared = hold.shared;
-    m_error = hold.error.code;
-    m_failedOperation = hold.error.operation;
-}
-
-bool NamedMutex::fail(int code, const char* operation) {
-    m_error = code;
-    m_failedOperation = operation;
-    return false;
-}
-
 bool NamedMutex::lock() {
-    if (m_shared == nullptr) {
-        return fail(EBADF, "pthread_mutex_lock");
+    if (m_state.shared == nullptr) {
+        return m_state.fail(EBADF, "pthread_mutex_lock");
     }
     SysError error;
-    const int result = pthreadCall(error, "pthread_mutex_lock",
-                                   [&] { return ::pthread_mutex_lock(mutexOf(m_shared)); }, {EOWNERDEAD});
+    const int result =
+        pthreadCall(error, "pthread_mutex_lock",
+                    [&] { return ::pthread_mutex_lock(mutexOf(m_state.shared)); }, {EOWNERDEAD});
     if (result == EOWNERDEAD) {
         pthreadCall(error, "pthread_mutex_consistent",
-                    [&] { return ::pthread_mutex_consistent(mutexOf(m_shared)); });
+                    [&] { return ::pthread_mutex_consistent(mutexOf(m_state.shared)); });
     }
-    return error ? fail(error.code, error.operation) : true;
+    if (error) {
+        return m_state.fail(error.code, error.operation);
+    }
+    ++m_lockDepth;
+    return true;
 }
 
 WaitResult NamedMutex::lockFor(std::chrono::milliseconds timeout) {
-    if (m_shared == nullptr) {
-        fail(EBADF, "pthread_mutex_clocklock");
+    if (m_state.shared == nullptr) {
+        m_state.fail(EBADF, "pthread_mutex_clocklock");
         return WaitResult::Failed;
     }
     const timespec deadline = monotonicDeadline(timeout);
     SysError error;
-    const int result =
-        pthreadCall(error, "pthread_mutex_clocklock",
-                    [&] { return ::pthread_mutex_clocklock(mutexOf(m_shared), CLOCK_MONOTONIC, &deadline); },
-                    {EOWNERDEAD, ETIMEDOUT});
+    const int result = pthreadCall(
+        error, "pthread_mutex_clocklock",
+        [&] { return ::pthread_mutex_clocklock(mutexOf(m_state.shared), CLOCK_MONOTONIC, &deadline); },
+        {EOWNERDEAD, ETIMEDOUT});
     if (result == EOWNERDEAD) {
         pthreadCall(error, "pthread_mutex_consistent",
-                    [&] { return ::pthread_mutex_consistent(mutexOf(m_shared)); });
+                    [&] { return ::pthread_mutex_consistent(mutexOf(m_state.shared)); });
     }
     if (error) {
-        fail(error.code, error.operation);
+        m_state.fail(error.code, error.operation);
         return WaitResult::Failed;
     }
-    switch (result) {
-        case ETIMEDOUT:
-            return WaitResult::TimedOut;
-        case EOWNERDEAD:
-            return WaitResult::Abandoned;
-        default:
-            return WaitResult::Acquired;
+    if (result == ETIMEDOUT) {
+        return WaitResult::TimedOut;
     }
+    ++m_lockDepth;
+    return result == EOWNERDEAD ? WaitResult::Abandoned : WaitResult::Acquired;
 }
 
 bool NamedMutex::unlock() {
-    if (m_shared == nullptr) {
-        return fail(EBADF, "pthread_mutex_unlock");
+    if (m_state.shared == nullptr) {
+        return m_state.fail(EBADF, "pthread_mutex_unlock");
     }
     SysError error;
-    pthreadCall(error, "pthread_mutex_unlock", [&] { return ::pthread_mutex_unlock(mutexOf(m_shared)); });
-    return error ? fail(error.code, error.operation) : true;
+    pthreadCall(error, "pthread_mutex_unlock",
+                [&] { return ::pthread_mutex_unlock(mutexOf(m_state.shared)); });
+    if (error) {
+        return m_state.fail(error.code, error.operation);
+    }
+    m_lockDepth = std::max(m_lockDepth - 1, 0);
+    return true;
 }
 
 bool NamedMutex::close() {
-    if (m_fd < 0) {
+    if (m_state.fd < 0) {
         return true;
     }
-    const SysError error =
-        releaseState(m_name, std::exchange(m_fd, -1), std::exchange(m_shared, nullptr), sizeof(MutexState));
-    return error ? fail(error.code, error.operation) : true;
+    // A locked robust mutex stays on the thread's robust list, which must never point into memory
+    // that is unmapped: release it first.
+    while (m_lockDepth > 0 && unlock()) {
+    }
+    m_lockDepth = 0;
+    return releaseState(m_state, sizeof(MutexState));
 }
 
 // ---- NamedEvent -----------------------------------------------------------------------------
@@ -495,30 +510,20 @@ NamedEvent NamedEvent::createOrJoin(std::string_view name, Reset reset, bool ini
         state->word.store(initiallySet ? kSignalled : 0);
         return SysError{};
     };
-    NamedEvent event;
-    event.adopt(name, holdState(name, OpenMode::CreateOrJoin, sizeof(EventState), construct));
-    return event;
+    return NamedEvent(holdState(name, OpenMode::CreateOrJoin, sizeof(EventState), construct));
 }
 
 NamedEvent NamedEvent::open(std::string_view name) {
     const auto nothingToConstruct = [](void*) { return SysError{}; };  // an open never creates
-    NamedEvent event;
-    event.adopt(name, holdState(name, OpenMode::OpenOnly, sizeof(EventState), nothingToConstruct));
-    return event;
+    return NamedEvent(holdState(name, OpenMode::OpenOnly, sizeof(EventState), nothingToConstruct));
 }
 
-NamedEvent::NamedEvent(NamedEvent&& other) noexcept {
-    *this = std::move(other);
-}
+NamedEvent::NamedEvent(NamedEvent&& other) noexcept : m_state(std::move(other.m_state)) {}
 
 NamedEvent& NamedEvent::operator=(NamedEvent&& other) noexcept {
     if (this != &other) {
         close();
-        m_fd = std::exchange(other.m_fd, -1);
-        m_error = std::exchange(other.m_error, 0);
-        m_failedOperation = std::exchange(other.m_failedOperation, nullptr);
-        m_shared = std::exchange(other.m_shared, nullptr);
-        m_name = std::move(other.m_name);
+        m_state = std::move(other.m_state);
     }
     return *this;
 }
@@ -527,59 +532,45 @@ NamedEvent::~NamedEvent() {
     close();
 }
 
-void NamedEvent::adopt(std::string_view name, const internal::StateHold& hold) {
-    m_name = std::string(name);
-    m_fd = hold.fd;
-    m_shared = hold.shared;
-    m_error = hold.error.code;
-    m_failedOperation = hold.error.operation;
-}
-
-bool NamedEvent::fail(int code, const char* operation) {
-    m_error = code;
-    m_failedOperation = operation;
-    return false;
-}
-
 bool NamedEvent::set() {
-    if (m_shared == nullptr) {
-        return fail(EBADF, "futex(FUTEX_WAKE)");
+    if (m_state.shared == nullptr) {
+        return m_state.fail(EBADF, "futex(FUTEX_WAKE)");
     }
-    EventState& state = eventOf(m_shared);
+    EventState& state = eventOf(m_state.shared);
     state.word.fetch_or(kSignalled);
     // An auto-reset event releases one waiter, which consumes the signal; a manual one, all.
     const SysError error = futexWake(state.word, state.manualReset != 0 ? INT_MAX : 1);
-    return error ? fail(error.code, error.operation) : true;
+    return error ? m_state.fail(error.code, error.operation) : true;
 }
 
 bool NamedEvent::reset() {
-    if (m_shared == nullptr) {
-        return fail(EBADF, "futex");
+    if (m_state.shared == nullptr) {
+        return m_state.fail(EBADF, "futex");
     }
-    eventOf(m_shared).word.fetch_and(~kSignalled);
+    eventOf(m_state.shared).word.fetch_and(~kSignalled);
     return true;
 }
 
 bool NamedEvent::pulse() {
-    if (m_shared == nullptr) {
-        return fail(EBADF, "futex(FUTEX_WAKE)");
+    if (m_state.shared == nullptr) {
+        return m_state.fail(EBADF, "futex(FUTEX_WAKE)");
     }
-    EventState& state = eventOf(m_shared);
+    EventState& state = eventOf(m_state.shared);
     // A new generation, not signalled: only waiters asleep on the old word value are woken, and
     // a later waiter finds nothing to consume.
     std::uint32_t word = state.word.load();
     while (!state.word.compare_exchange_weak(word, (word & ~kSignalled) + kGenerationStep)) {
     }
     const SysError error = futexWake(state.word, state.manualReset != 0 ? INT_MAX : 1);
-    return error ? fail(error.code, error.operation) : true;
+    return error ? m_state.fail(error.code, error.operation) : true;
 }
 
 WaitResult NamedEvent::wait(std::chrono::milliseconds timeout) {
-    if (m_shared == nullptr) {
-        fail(EBADF, "futex(FUTEX_WAIT_BITSET)");
+    if (m_state.shared == nullptr) {
+        m_state.fail(EBADF, "futex(FUTEX_WAIT_BITSET)");
         return WaitResult::Failed;
     }
-    EventState& state = eventOf(m_shared);
+    EventState& state = eventOf(m_state.shared);
     const bool manualReset = state.manualReset != 0;
     const timespec deadline = monotonicDeadline(timeout);
     bool expired = timeout.count() <= 0;
@@ -610,7 +601,7 @@ WaitResult NamedEvent::wait(std::chrono::milliseconds timeout) {
             case EINTR:
                 break;
             default:
-                fail(result, "futex(FUTEX_WAIT_BITSET)");
+                m_state.fail(result, "futex(FUTEX_WAIT_BITSET)");
                 return WaitResult::Failed;
         }
         word = now;
@@ -618,12 +609,7 @@ WaitResult NamedEvent::wait(std::chrono::milliseconds timeout) {
 }
 
 bool NamedEvent::close() {
-    if (m_fd < 0) {
-        return true;
-    }
-    const SysError error =
-        releaseState(m_name, std::exchange(m_fd, -1), std::exchange(m_shared, nullptr), sizeof(EventState));
-    return error ? fail(error.code, error.operation) : true;
+    return releaseState(m_state, sizeof(EventState));
 }
 
 }  // namespace ovtx::system::ipc::v2

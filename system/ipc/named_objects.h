@@ -3,7 +3,15 @@
 // A named object `N` is the POSIX shared-memory object `/N` (the file `/dev/shm/N`); the name is
 // used exactly as given, with nothing added. Objects live while some process holds them: the last
 // holder to close (or to die) removes the name and the content with it, and an object left behind
-// by a killed holder is stale and re-created fresh by the next opener.
+// by a killed holder is stale and re-created fresh by the next opener. A process that exits
+// without closing (or is killed) leaves its files in /dev/shm until the next open and close of
+// the name, as nobody runs the last close for it.
+//
+// Every object, every view included, is a hold of its own: closing a mapping while one of its
+// views is mapped keeps the object alive until the view goes. Holds are not inherited across
+// `exec`; a child made by `fork` alone shares its parent's holds, so open objects after a fork.
+// Objects are made with mode 0666 less the umask: all processes that share them need write
+// access, since every hold takes a lock on the object's file.
 //
 // Nothing here throws. Every factory returns an object that is either valid or carries the
 // `errno` of the failing step (`error()`), so that the transport can return bools and the few
@@ -20,12 +28,32 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace ovtx::system::ipc::v2 {
 
 namespace internal {
-struct StateHold;
-}
+
+// What a named mutex and a named event hold: the object's descriptor, its state as mapped here,
+// and the last failure. Moving leaves the source empty.
+struct HeldState {
+    int fd = -1;
+    void* shared = nullptr;
+    int error = 0;
+    const char* failedOperation = nullptr;
+    std::string name;
+
+    HeldState() = default;
+    HeldState(HeldState&& other) noexcept;
+    HeldState& operator=(HeldState&& other) noexcept;
+    HeldState(const HeldState&) = delete;
+    HeldState& operator=(const HeldState&) = delete;
+    ~HeldState() = default;
+
+    bool fail(int code, const char* operation);  // records the failure, returns false
+};
+
+}  // namespace internal
 
 // Outcome of a wait with a timeout.
 enum class WaitResult {
@@ -107,7 +135,9 @@ class MappedView {
 };
 
 // A named inter-process mutex (robust, process-shared). A holder that dies hands it to the next
-// waiter, which takes it as acquired (WaitResult::Abandoned) and finds it consistent.
+// waiter, which takes it as acquired (WaitResult::Abandoned) and finds it consistent. As a
+// Windows mutex, it belongs to the thread that took it, which may take it again (each lock
+// wants its unlock), and only that thread may release it.
 class NamedMutex {
   public:
     static NamedMutex createOrJoin(std::string_view name);  // CreateMutex, not owned at creation
@@ -120,31 +150,29 @@ class NamedMutex {
     NamedMutex& operator=(const NamedMutex&) = delete;
     ~NamedMutex();
 
-    bool valid() const { return m_fd >= 0; }
-    int error() const { return m_error; }
+    bool valid() const { return m_state.fd >= 0; }
+    int error() const { return m_state.error; }
     // The system call that failed last, as "shm_open" or "mmap", or null.
-    const char* failedOperation() const { return m_failedOperation; }
-    const std::string& name() const { return m_name; }
+    const char* failedOperation() const { return m_state.failedOperation; }
+    const std::string& name() const { return m_state.name; }
 
     // Waits without a timeout; an abandoned mutex counts as acquired. False only on failure.
     bool lock();
     // Waits up to `timeout`, measured on the monotonic clock.
     WaitResult lockFor(std::chrono::milliseconds timeout);
     bool unlock();
+    // Releases what this object still holds of the mutex, then gives the hold on it up.
     bool close();
 
   private:
-    void adopt(std::string_view name, const internal::StateHold& hold);
-    bool fail(int code, const char* operation);  // records the failure, returns false
+    explicit NamedMutex(internal::HeldState state) : m_state(std::move(state)) {}
 
-    int m_fd = -1;
-    int m_error = 0;
-    const char* m_failedOperation = nullptr;
-    void* m_shared = nullptr;  // the mapped mutex state
-    std::string m_name;
+    internal::HeldState m_state;  // the mapped mutex state
+    int m_lockDepth = 0;          // locks taken through this object and not released yet
 };
 
-// A named event on a futex word in shared memory.
+// A named event on a futex word in shared memory. Nothing in it counts waiters: a waiter that
+// dies leaves no trace, and timeouts run on the monotonic clock.
 class NamedEvent {
   public:
     enum class Reset { Manual, Auto };
@@ -160,30 +188,28 @@ class NamedEvent {
     NamedEvent& operator=(const NamedEvent&) = delete;
     ~NamedEvent();
 
-    bool valid() const { return m_fd >= 0; }
-    int error() const { return m_error; }
+    bool valid() const { return m_state.fd >= 0; }
+    int error() const { return m_state.error; }
     // The system call that failed last, as "shm_open" or "mmap", or null.
-    const char* failedOperation() const { return m_failedOperation; }
-    const std::string& name() const { return m_name; }
+    const char* failedOperation() const { return m_state.failedOperation; }
+    const std::string& name() const { return m_state.name; }
 
+    // Signals the event: a manual-reset event releases every waiter and stays signalled until
+    // `reset`; an auto-reset event stays signalled until one wait consumes it.
     bool set();
     bool reset();
     // Wakes at most one process that waits at this moment (auto-reset), or every waiter
-    // (manual-reset), and leaves the event not signalled; nobody is woken if nobody waits.
+    // (manual-reset), and leaves the event not signalled; nobody is woken if nobody waits. A
+    // waiter that is just entering its wait as the pulse comes may miss it, as with PulseEvent.
     bool pulse();
     // A timeout of 0 polls. An auto-reset event is reset by the wait it releases.
     WaitResult wait(std::chrono::milliseconds timeout);
     bool close();
 
   private:
-    void adopt(std::string_view name, const internal::StateHold& hold);
-    bool fail(int code, const char* operation);  // records the failure, returns false
+    explicit NamedEvent(internal::HeldState state) : m_state(std::move(state)) {}
 
-    int m_fd = -1;
-    int m_error = 0;
-    const char* m_failedOperation = nullptr;
-    void* m_shared = nullptr;  // the mapped event state
-    std::string m_name;
+    internal::HeldState m_state;  // the mapped event state
 };
 
 }  // namespace ovtx::system::ipc::v2

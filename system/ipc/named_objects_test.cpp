@@ -1,14 +1,14 @@
 #include "system/ipc/named_objects.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "system/ipc/test_processes.h"
+#include "system/ipc/shm_test_fixture.h"
 
 namespace {
 
@@ -16,26 +16,18 @@ using namespace ovtx::system::ipc::v2;
 using namespace ovtx::system::ipc::v2::testing;
 using namespace std::chrono_literals;
 
-// Names unique to the test case and the process; none of them may stay in /dev/shm.
-class NamedObjectsTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        m_prefix = "ipc_test_" + std::to_string(::getpid()) + "_" + info->name() + "_";
-    }
-    void TearDown() override {
-        const std::vector<std::string> left = shmEntries(m_prefix);
-        EXPECT_EQ(left, std::vector<std::string>{});
-        removeShmEntries(left);
-    }
-
-    std::string name(const std::string& suffix) const { return m_prefix + suffix; }
-
-    std::string m_prefix;
-};
+using NamedObjectsTest = ShmTest;
 
 std::uint32_t& wordAt(const MappedView& view, std::size_t offset) {
     return *reinterpret_cast<std::uint32_t*>(static_cast<char*>(view.data()) + offset);
+}
+
+// A helper that holds the mutex `mutexName` locked.
+std::unique_ptr<HelperProcess> startLockedHolder(const std::string& mutexName) {
+    auto holder = std::make_unique<HelperProcess>();
+    EXPECT_EQ(holder->ask("mutex " + mutexName), "ok");
+    EXPECT_EQ(holder->ask("lock"), "ok");
+    return holder;
 }
 
 // ---- mappings ---------------------------------------------------------------------------------
@@ -113,6 +105,13 @@ TEST_F(NamedObjectsTest, LastClose_RemovesTheObjectAndItsContent) {
     EXPECT_EQ(wordAt(view, 0), 0u);
 }
 
+TEST_F(NamedObjectsTest, MappingLargerThanTheFreeMemory_FailsAtOpenAndLeavesNothing) {
+    NamedMapping mapping = NamedMapping::createOrJoin(name("MAP"), std::uint64_t{1} << 50);
+    EXPECT_FALSE(mapping.valid());
+    EXPECT_EQ(mapping.error(), ENOSPC);
+    EXPECT_STREQ(mapping.failedOperation(), "posix_fallocate");
+}
+
 TEST_F(NamedObjectsTest, OpenOnlyOfAnAbsentName_Fails) {
     NamedMutex mutex = NamedMutex::open(name("MUTEX"));
     NamedEvent event = NamedEvent::open(name("EVENT"));
@@ -139,6 +138,31 @@ TEST_F(NamedObjectsTest, KilledHolder_LeavesAStaleObjectThatTheNextOpenerRecreat
     EXPECT_EQ(mapping.size(), 4096u) << "a stale object is re-created, not joined";
     MappedView view = MappedView::map(mapping, 4096, MappedView::Access::ReadOnly);
     EXPECT_EQ(wordAt(view, 0), 0u);
+}
+
+TEST_F(NamedObjectsTest, StaleMutexLeftLocked_IsRecreatedUnlocked) {
+    {
+        auto holder = startLockedHolder(name("MUTEX"));
+        holder->kill();
+        holder->wait();
+    }
+    NamedMutex mutex = NamedMutex::createOrJoin(name("MUTEX"));
+    EXPECT_EQ(mutex.lockFor(0ms), WaitResult::Acquired) << "fresh, neither held nor abandoned";
+    EXPECT_TRUE(mutex.unlock());
+}
+
+TEST_F(NamedObjectsTest, StaleEventLeftSet_IsRecreatedWithTheNewState) {
+    {
+        HelperProcess holder;
+        ASSERT_EQ(holder.ask("create-event " + name("EVENT")), "ok");
+        holder.kill();
+        holder.wait();
+    }
+    NamedEvent event = NamedEvent::createOrJoin(name("EVENT"), NamedEvent::Reset::Manual, false);
+    EXPECT_EQ(event.wait(0ms), WaitResult::TimedOut);
+    ASSERT_TRUE(event.set());
+    EXPECT_EQ(event.wait(0ms), WaitResult::Acquired);
+    EXPECT_EQ(event.wait(0ms), WaitResult::Acquired) << "manual reset, as this opener asked";
 }
 
 TEST_F(NamedObjectsTest, OpenOnlyOfAStaleObject_FailsAndRemovesIt) {
@@ -187,14 +211,12 @@ TEST_F(NamedObjectsTest, MutexHolderKilled_HandsTheMutexOverAsAbandoned) {
     MappedView view = MappedView::map(mapping, 4096, MappedView::Access::ReadWrite);
     ASSERT_TRUE(mutex.valid() && view.valid());
     {
-        HelperProcess holder;
-        ASSERT_EQ(holder.ask("mutex " + name("MUTEX")), "ok");
-        ASSERT_EQ(holder.ask("mapping " + name("MAP") + " 4096"), "ok 4096");
-        ASSERT_EQ(holder.ask("lock"), "ok");
-        ASSERT_EQ(holder.ask("write 0 31"), "ok");
+        auto holder = startLockedHolder(name("MUTEX"));
+        ASSERT_EQ(holder->ask("mapping " + name("MAP") + " 4096"), "ok 4096");
+        ASSERT_EQ(holder->ask("write 0 31"), "ok");
         EXPECT_EQ(mutex.lockFor(0ms), WaitResult::TimedOut);
-        holder.kill();
-        holder.wait();
+        holder->kill();
+        holder->wait();
     }
     EXPECT_EQ(mutex.lockFor(30s), WaitResult::Abandoned);
     EXPECT_EQ(wordAt(view, 0), 31u);
@@ -213,18 +235,25 @@ TEST_F(NamedObjectsTest, MutexHolderKilled_HandsTheMutexOverAsAbandoned) {
 
 TEST_F(NamedObjectsTest, MutexHeldElsewhere_TimedLockTimesOutThenSucceedsAfterRelease) {
     NamedMutex mutex = NamedMutex::createOrJoin(name("MUTEX"));
-    HelperProcess holder;
-    ASSERT_EQ(holder.ask("mutex " + name("MUTEX")), "ok");
-    ASSERT_EQ(holder.ask("lock"), "ok");
+    auto holder = startLockedHolder(name("MUTEX"));
 
     EXPECT_EQ(mutex.lockFor(100ms), WaitResult::TimedOut);
     EXPECT_EQ(mutex.lockFor(0ms), WaitResult::TimedOut);
     EXPECT_FALSE(mutex.unlock()) << "only the owner may release it";
 
-    ASSERT_EQ(holder.ask("unlock"), "ok");
+    ASSERT_EQ(holder->ask("unlock"), "ok");
     EXPECT_EQ(mutex.lockFor(30s), WaitResult::Acquired);
     EXPECT_EQ(mutex.lockFor(0ms), WaitResult::Acquired) << "the owner may take it again";
     EXPECT_TRUE(mutex.unlock());
+    EXPECT_TRUE(mutex.unlock());
+}
+
+TEST_F(NamedObjectsTest, MutexClosedWhileLocked_IsReleasedNotAbandoned) {
+    NamedMutex mutex = NamedMutex::createOrJoin(name("MUTEX"));
+    auto holder = startLockedHolder(name("MUTEX"));
+    ASSERT_EQ(holder->ask("lock"), "ok");
+    ASSERT_EQ(holder->ask("close"), "ok");
+    EXPECT_EQ(mutex.lockFor(30s), WaitResult::Acquired);
     EXPECT_TRUE(mutex.unlock());
 }
 

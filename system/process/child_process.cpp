@@ -40,6 +40,8 @@ std::chrono::steady_clock::time_point deadlineAfter(std::chrono::milliseconds ti
 }  // namespace
 
 ChildProcess ChildProcess::spawn(const std::string& path, const std::vector<std::string>& args) {
+    // A child that has ended must show as a failed write, not end the parent with SIGPIPE.
+    ::signal(SIGPIPE, SIG_IGN);
     ChildProcess child;
     int input[2] = {-1, -1};
     int output[2] = {-1, -1};

@@ -33,8 +33,9 @@ class ChildProcess {
   public:
     enum class Signal { Interrupt, Terminate, Kill };
 
-    // Starts `path` with `args` (argv[1] on). Invalid (error() set) when it can't be started; a
-    // program that can't be executed ends the child with exit code 127.
+    // Starts `path` with `args` (argv[1] on). The parent ignores SIGPIPE from then on, so that
+    // writing to a child that has ended fails instead of ending the parent. Invalid (error() set) when it
+    // can't be started; a program that can't be executed ends the child with exit code 127.
     static ChildProcess spawn(const std::string& path, const std::vector<std::string>& args);
 
     ChildProcess() = default;
