@@ -1,0 +1,235 @@
+// A pattern run followed by the consumer tools, all in processes of their own: simulcast_follow
+// dumps the run to Y4M and WAV while it checks the continuity of times and samples, and
+// sdi_tap_stop or SIGINT ends the run with exit code 0 and nothing left in /dev/shm.
+//
+// PatternE2eTest runs PatternLoop through pattern_loop_helper on a port name of its own.
+// SdiTapPatternE2eTest runs the daemon itself on port 0, when the build holds it.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "system/process/child_process.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using ovtx::system::process::v1::ChildProcess;
+using ovtx::system::process::v1::currentProcessId;
+namespace fs = std::filesystem;
+
+constexpr auto kTimeout = 60s;
+
+std::string binary(const std::string& name) {
+    const char* binDir = std::getenv("SDI_TAP_BIN_DIR");
+    return std::string(binDir != nullptr ? binDir : ".") + "/" + name;
+}
+
+std::string readFile(const fs::path& path) {
+    std::string bytes(fs::exists(path) ? fs::file_size(path) : 0, '\0');
+    std::ifstream(path, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
+}
+
+template <typename Value>
+Value at(const std::string& bytes, std::size_t offset) {
+    Value value{};
+    if (offset + sizeof value <= bytes.size()) {
+        std::memcpy(&value, bytes.data() + offset, sizeof value);
+    }
+    return value;
+}
+
+// The value of `key=` in a line of simulcast_follow, as a number.
+std::int64_t field(const std::string& line, const std::string& key) {
+    const std::size_t at = line.find(" " + key + "=");
+    EXPECT_NE(at, std::string::npos) << key << " in " << line;
+    return at == std::string::npos ? -1 : std::stoll(line.substr(at + key.size() + 2));
+}
+
+std::vector<std::string> sharedObjectsOf(const std::string& portName) {
+    std::vector<std::string> found;
+    for (const auto& entry : fs::directory_iterator("/dev/shm")) {
+        const std::string name = entry.path().filename().string();
+        if (name.find("_" + portName + "_") != std::string::npos || name.ends_with("_" + portName)) {
+            found.push_back(name);
+        }
+    }
+    return found;
+}
+
+struct ToolResult {
+    std::vector<std::string> lines;
+    int exitCode = -1;
+};
+
+ToolResult finish(ChildProcess& tool) {
+    ToolResult result;
+    while (auto line = tool.readLine(kTimeout)) {
+        result.lines.push_back(*line);
+    }
+    const auto status = tool.wait(kTimeout);
+    result.exitCode = status && status->exited ? status->code : -1;
+    return result;
+}
+
+ToolResult runTool(const std::string& name, const std::vector<std::string>& args) {
+    ChildProcess tool = ChildProcess::spawn(binary(name), args);
+    tool.closeInput();
+    return finish(tool);
+}
+
+int exitCodeOf(ChildProcess& run) {
+    const auto status = run.wait(kTimeout);
+    return status && status->exited ? status->code : -1;
+}
+
+// Follows `portName` for `records` records into files under `dir`, and checks that each channel's
+// records join without a gap and that the audio of pair 1 holds exactly the samples of its times.
+void followAndCheck(const std::string& portName, const fs::path& dir, int records, int width, int height,
+                    int bitDepth) {
+    const fs::path y4m = dir / "video.y4m";
+    const std::string wav = (dir / "pair").string();
+    const ToolResult follow = runTool("simulcast_follow", {portName, "--records", std::to_string(records),
+                                                           "--y4m", y4m.string(), "--wav", wav});
+    ASSERT_EQ(follow.exitCode, 0);
+    ASSERT_EQ(follow.lines.size(), static_cast<std::size_t>(records));
+
+    std::map<std::string, std::int64_t> lastEnd;
+    std::map<std::string, int> seen;
+    std::int64_t firstAudioStart = -1;
+    std::int64_t audioEnd = -1;
+    for (const std::string& line : follow.lines) {
+        const std::string kind = line.substr(0, line.find(' '));
+        const std::int64_t start = field(line, "start");
+        if (seen[kind]++ > 0) {
+            EXPECT_EQ(field(line, "disc"), 0) << line;
+            EXPECT_EQ(start, lastEnd[kind]) << "gap before " << line;
+        }
+        lastEnd[kind] = field(line, "end");
+        if (kind == "audio") {
+            firstAudioStart = firstAudioStart < 0 ? start : firstAudioStart;
+            audioEnd = lastEnd[kind];
+        }
+    }
+    for (const char* kind : {"video", "audio", "captions", "teletext"}) {
+        EXPECT_GT(seen[kind], 2) << kind;
+    }
+
+    const std::string video = readFile(y4m);
+    const std::string header = "YUV4MPEG2 W" + std::to_string(width) + " H" + std::to_string(height) + " ";
+    ASSERT_EQ(video.substr(0, header.size()), header);
+    const std::size_t sampleBytes = bitDepth > 8 ? 2 : 1;
+    const std::size_t frameBytes =
+        std::string("FRAME\n").size() + static_cast<std::size_t>(width) * height * 3 / 2 * sampleBytes;
+    const std::size_t headerBytes = video.find('\n') + 1;
+    EXPECT_EQ((video.size() - headerBytes) % frameBytes, 0u);
+    EXPECT_EQ((video.size() - headerBytes) / frameBytes, static_cast<std::size_t>(seen["video"]));
+
+    const std::string audio = readFile(wav + "1.wav");
+    ASSERT_GE(audio.size(), 44u);
+    EXPECT_EQ(at<std::uint32_t>(audio, 24), 48000u);
+    const std::int64_t expectedSamples = audioEnd * 48000 / 10000000 - firstAudioStart * 48000 / 10000000;
+    EXPECT_EQ(static_cast<std::int64_t>(at<std::uint32_t>(audio, 40)), expectedSamples * 4);
+}
+
+class PatternE2eTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        m_port = "pe" + std::to_string(currentProcessId()) + "x" +
+                 testing::UnitTest::GetInstance()->current_test_info()->name();
+        m_dir = fs::temp_directory_path() / ("sdi_tap_pattern_" + m_port);
+        fs::create_directories(m_dir);
+    }
+
+    void TearDown() override {
+        if (m_run.valid()) {
+            m_run.kill(ChildProcess::Signal::Kill);
+            m_run.wait(kTimeout);
+        }
+        fs::remove_all(m_dir);
+        EXPECT_EQ(sharedObjectsOf(m_port), std::vector<std::string>{});
+    }
+
+    void startRun(const std::string& format, const std::string& bitDepth) {
+        m_run = ChildProcess::spawn(binary("pattern_loop_helper"),
+                                    {m_port, format, bitDepth, (m_dir / "run.stderr").string()});
+        ASSERT_TRUE(m_run.valid());
+    }
+
+    std::string m_port;
+    fs::path m_dir;
+    ChildProcess m_run;
+};
+
+TEST_F(PatternE2eTest, FollowedRun_IsContinuousAndEndsBySdiTapStop) {
+    startRun("0", "8");
+    followAndCheck(m_port, m_dir, 200, 720, 576, 8);
+    EXPECT_EQ(runTool("sdi_tap_stop", {m_port}).exitCode, 0);
+    EXPECT_EQ(exitCodeOf(m_run), 0);
+}
+
+TEST_F(PatternE2eTest, TenBitRun_IsContinuousAndEndsByInterrupt) {
+    startRun("2", "10");
+    followAndCheck(m_port, m_dir, 120, 720, 480, 10);
+    ASSERT_TRUE(m_run.kill(ChildProcess::Signal::Interrupt));
+    EXPECT_EQ(exitCodeOf(m_run), 0);
+}
+
+// The daemon on its default path: no board, port 0, 1080p25.
+class SdiTapPatternE2eTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (!fs::exists(binary("sdi_tap"))) {
+            GTEST_SKIP() << "sdi_tap is not part of this build";
+        }
+        m_dir = fs::temp_directory_path() / ("sdi_tap_pattern_daemon_" + std::to_string(currentProcessId()));
+        const fs::path key = m_dir / "registry" / "SOFTWARE" / "FirmwareAgent" / "CurrentVersion";
+        fs::create_directories(key);
+        fs::create_directories(m_dir / "root" / "App" / "Bin");
+        std::ofstream(key / "Pathname") << (m_dir / "root" / "App" / "Bin").string() << "\n";
+        // Children inherit the environment: the daemon finds its installation root through it.
+        ::setenv("SDI_TAP_REGISTRY", (m_dir / "registry").c_str(), 1);
+    }
+
+    void TearDown() override {
+        if (m_daemon.valid()) {
+            m_daemon.kill(ChildProcess::Signal::Kill);
+            m_daemon.wait(kTimeout);
+        }
+        if (!m_dir.empty()) {
+            fs::remove_all(m_dir);
+            EXPECT_EQ(sharedObjectsOf("0"), std::vector<std::string>{});
+        }
+    }
+
+    void startDaemon() {
+        m_daemon = ChildProcess::spawn(binary("sdi_tap"), {"-sdiport", "0", "-videoformat", "3"});
+        ASSERT_TRUE(m_daemon.valid());
+    }
+
+    fs::path m_dir;
+    ChildProcess m_daemon;
+};
+
+TEST_F(SdiTapPatternE2eTest, DefaultRun_IsFollowedAndEndsBySdiTapStop) {
+    startDaemon();
+    followAndCheck("0", m_dir, 24, 1920, 1080, 8);
+    EXPECT_EQ(runTool("sdi_tap_stop", {"0"}).exitCode, 0);
+    EXPECT_EQ(exitCodeOf(m_daemon), 0);
+}
+
+TEST_F(SdiTapPatternE2eTest, DefaultRun_EndsByInterrupt) {
+    startDaemon();
+    followAndCheck("0", m_dir, 12, 1920, 1080, 8);
+    ASSERT_TRUE(m_daemon.kill(ChildProcess::Signal::Interrupt));
+    EXPECT_EQ(exitCodeOf(m_daemon), 0);
+}
+
+}  // namespace
