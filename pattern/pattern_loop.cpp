@@ -124,15 +124,17 @@ void PatternLoop(const std::string& portName, int videoFormat, int bitDepth,
         return;
     }
 
-    LoopEnvironment environment(stopEvent, keepRunning);
-    FramePacer pacer(format.period, environment);
-
+    // The caption source and the teletext state come with the test card, whose font is looked up
+    // here, before the clock starts, so that the first frames don't start late.
     const int captionEntries =
         std::min(budget, captionEntriesThatFit(records::kPatternCaptionSize.chunkBytes));
     std::optional<PatternFrames> frames(std::in_place, format, bitDepth, audioSampling, captionEntries);
     if (!frames->testCard().hasFont()) {
         logger.Log(1, "No font found for the test card; the panel shows no text");
     }
+
+    LoopEnvironment environment(stopEvent, keepRunning);
+    FramePacer pacer(format.period, environment);
 
     pacer.run([&](std::int64_t f) {
         publish(channels.video, [&](std::uint8_t* chunk) { frames->writeVideo(chunk, f); });
