@@ -15,21 +15,19 @@
 #include <string>
 #include <vector>
 
+#include "pattern/run_test_support.h"
 #include "system/process/child_process.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using ovtx::pattern::pattern_source::v1::helperBinary;
+using ovtx::pattern::pattern_source::v1::sharedObjectsOf;
 using ovtx::system::process::v1::ChildProcess;
 using ovtx::system::process::v1::currentProcessId;
 namespace fs = std::filesystem;
 
 constexpr auto kTimeout = 60s;
-
-std::string binary(const std::string& name) {
-    const char* binDir = std::getenv("SDI_TAP_BIN_DIR");
-    return std::string(binDir != nullptr ? binDir : ".") + "/" + name;
-}
 
 std::string readFile(const fs::path& path) {
     std::string bytes(fs::exists(path) ? fs::file_size(path) : 0, '\0');
@@ -53,17 +51,6 @@ std::int64_t field(const std::string& line, const std::string& key) {
     return at == std::string::npos ? -1 : std::stoll(line.substr(at + key.size() + 2));
 }
 
-std::vector<std::string> sharedObjectsOf(const std::string& portName) {
-    std::vector<std::string> found;
-    for (const auto& entry : fs::directory_iterator("/dev/shm")) {
-        const std::string name = entry.path().filename().string();
-        if (name.find("_" + portName + "_") != std::string::npos || name.ends_with("_" + portName)) {
-            found.push_back(name);
-        }
-    }
-    return found;
-}
-
 struct ToolResult {
     std::vector<std::string> lines;
     int exitCode = -1;
@@ -80,7 +67,7 @@ ToolResult finish(ChildProcess& tool) {
 }
 
 ToolResult runTool(const std::string& name, const std::vector<std::string>& args) {
-    ChildProcess tool = ChildProcess::spawn(binary(name), args);
+    ChildProcess tool = ChildProcess::spawn(helperBinary(name), args);
     tool.closeInput();
     return finish(tool);
 }
@@ -158,7 +145,7 @@ class PatternE2eTest : public testing::Test {
     }
 
     void startRun(const std::string& format, const std::string& bitDepth) {
-        m_run = ChildProcess::spawn(binary("pattern_loop_helper"),
+        m_run = ChildProcess::spawn(helperBinary("pattern_loop_helper"),
                                     {m_port, format, bitDepth, (m_dir / "run.stderr").string()});
         ASSERT_TRUE(m_run.valid());
     }
@@ -186,7 +173,7 @@ TEST_F(PatternE2eTest, TenBitRun_IsContinuousAndEndsByInterrupt) {
 class SdiTapPatternE2eTest : public testing::Test {
   protected:
     void SetUp() override {
-        if (!fs::exists(binary("sdi_tap"))) {
+        if (!fs::exists(helperBinary("sdi_tap"))) {
             GTEST_SKIP() << "sdi_tap is not part of this build";
         }
         m_dir = fs::temp_directory_path() / ("sdi_tap_pattern_daemon_" + std::to_string(currentProcessId()));
@@ -210,7 +197,7 @@ class SdiTapPatternE2eTest : public testing::Test {
     }
 
     void startDaemon() {
-        m_daemon = ChildProcess::spawn(binary("sdi_tap"), {"-sdiport", "0", "-videoformat", "3"});
+        m_daemon = ChildProcess::spawn(helperBinary("sdi_tap"), {"-sdiport", "0", "-videoformat", "3"});
         ASSERT_TRUE(m_daemon.valid());
     }
 

@@ -15,6 +15,7 @@
 #include "pattern/beep_audio.h"
 #include "pattern/frame_rational.h"
 #include "pattern/pattern_format.h"
+#include "pattern/run_test_support.h"
 #include "simulcast/capture_records.h"
 #include "simulcast/simulcast_reader.h"
 #include "system/ipc/generic_shared_memory.h"
@@ -36,23 +37,10 @@ using ovtx::system::process::v1::currentProcessId;
 constexpr int kFormat = 0;  // 720 x 576 at 25 frames a second: small and quick
 constexpr auto kGenerous = 60s;
 
-std::vector<std::string> sharedObjectsOf(const std::string& portName) {
-    std::vector<std::string> found;
-    for (const auto& entry : std::filesystem::directory_iterator("/dev/shm")) {
-        const std::string name = entry.path().filename().string();
-        if (name.find("_" + portName + "_") != std::string::npos || name.ends_with("_" + portName)) {
-            found.push_back(name);
-        }
-    }
-    return found;
-}
-
 class PatternLoopTest : public testing::Test {
   protected:
     void SetUp() override {
-        const char* binDir = std::getenv("SDI_TAP_BIN_DIR");
-        ASSERT_NE(binDir, nullptr) << "run through ctest";
-        helper = std::string(binDir) + "/pattern_loop_helper";
+        helper = helperBinary("pattern_loop_helper");
         portName = "pl" + std::to_string(currentProcessId()) + "x" +
                    testing::UnitTest::GetInstance()->current_test_info()->name();
         errorsFile = (std::filesystem::path(testing::TempDir()) / (portName + ".stderr")).string();
