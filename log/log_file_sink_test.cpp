@@ -1,4 +1,5 @@
 #include "log/log_file_sink.h"
+#include "log/testing/log_file_reader.h"
 
 #include <gtest/gtest.h>
 
@@ -199,6 +200,22 @@ TEST_F(LogFileSinkTest, UnreadableNumber_FailsTheRebuildWithItsText) {
             EXPECT_EQ(e.what(), c.expected);
         }
     }
+}
+
+TEST_F(LogFileSinkTest, Reader_GivesTheLinesOfAFinishedFileAndCreatesNone) {
+    {
+        LogFileSink sink(50000);
+        sink.SetFile(m_path.string());
+        sink.Log(2, &kWhen, "API initialisation Failure");
+        sink.Log(1, &kWhen, "second");
+    }
+    const auto lines = ovtx::log::log_perf::v4::testing::readLogFile(m_path.string());
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_TRUE(ovtx::log::log_perf::v4::testing::containsText(lines, "API initialisation Failure"));
+    EXPECT_EQ(lines[1].level, 1);
+    const auto missing = m_directory / "missing.log";
+    EXPECT_TRUE(ovtx::log::log_perf::v4::testing::readLogFile(missing.string()).empty());
+    EXPECT_FALSE(std::filesystem::exists(missing));
 }
 
 TEST(LogHistoryTest, Limit_PushesOutTheOldestEntry) {

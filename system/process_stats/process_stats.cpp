@@ -70,7 +70,9 @@ std::uint64_t readProcessTicks() {
 
 // A "Key:   1234 kB" figure of a /proc status file, in bytes.
 std::uint64_t kilobyteField(const std::string& content, const std::string& key) {
-    const auto at = content.find("\n" + key + ":");
+    std::string label(1, '\n');
+    label.append(key).push_back(':');
+    const auto at = content.find(label);
     if (at == std::string::npos) {
         return 0;
     }
@@ -82,7 +84,9 @@ std::uint64_t kilobyteField(const std::string& content, const std::string& key) 
 
 std::string readAll(const char* path) {
     std::ifstream in(path);
-    return "\n" + std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::ostringstream content;
+    content << '\n' << in.rdbuf();
+    return content.str();
 }
 
 std::uint64_t countOpenDescriptors() {
