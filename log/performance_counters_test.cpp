@@ -1,5 +1,7 @@
 #include "log/performance_counters.h"
 
+#include "log/testing/capturing_logger.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdarg>
@@ -10,22 +12,12 @@
 
 namespace {
 
+using ovtx::log::log_perf::v4::testing::CapturingLogger;
+
 using ovtx::log::log_perf::v4::PerformanceCounters;
 using ovtx::log::log_perf::v4::Timestamp;
 using ovtx::system::process_stats::v1::IProcessStats;
 using ovtx::system::process_stats::v1::ProcessSample;
-
-struct CapturingLogger : ovtx::log::i_logger::v0::ILogger {
-    void Log(int level, const char* format, ...) override {
-        char text[256];
-        va_list args;
-        va_start(args, format);
-        std::vsnprintf(text, sizeof text, format, args);
-        va_end(args);
-        lines.push_back(std::to_string(level) + " " + text);
-    }
-    std::vector<std::string> lines;
-};
 
 struct FakeProcessStats : IProcessStats {
     explicit FakeProcessStats(ProcessSample fixed, unsigned processors = 1)
@@ -125,24 +117,24 @@ TEST_F(PerformanceCountersTest, ManyNotificationsInOnePeriod_GiveOneCountedMessa
     for (int index = 0; index < 9999; ++index) {
         counters.NotifyBufferFull("video");
     }
-    EXPECT_TRUE(m_logger.lines.empty());
+    EXPECT_TRUE(m_logger.lines().empty());
     m_now += PerformanceCounters::kLimiterPeriodMs;
     counters.NotifyBufferFull("video");
-    EXPECT_EQ(m_logger.lines, (std::vector<std::string>{"1 Pin output buffer full : video (x10000)"}));
+    EXPECT_EQ(m_logger.lines(), (std::vector<std::string>{"1 Pin output buffer full : video (x10000)"}));
 
     // One notification in the next period is named without a count.
     m_now += PerformanceCounters::kLimiterPeriodMs;
     counters.NotifyBufferFull("video");
-    EXPECT_EQ(m_logger.lines.back(), "1 Pin output buffer full : video");
-    EXPECT_EQ(m_logger.lines.size(), 2u);
+    EXPECT_EQ(m_logger.lines().back(), "1 Pin output buffer full : video");
+    EXPECT_EQ(m_logger.lines().size(), 2u);
 }
 
 TEST_F(PerformanceCountersTest, UnknownPin_IsLoggedEveryTimeAndNotCounted) {
     auto counters = makeCounters();
     counters.NotifyBufferFull("teletext");
     counters.NotifyBufferFull("teletext");
-    EXPECT_EQ(m_logger.lines, (std::vector<std::string>{"1 Pin output buffer full : teletext",
-                                                        "1 Pin output buffer full : teletext"}));
+    EXPECT_EQ(m_logger.lines(), (std::vector<std::string>{"1 Pin output buffer full : teletext",
+                                                          "1 Pin output buffer full : teletext"}));
     nextLine(counters);
     EXPECT_EQ(columns(nextLine(counters))[4], "0");
 }

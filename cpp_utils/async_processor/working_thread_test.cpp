@@ -1,5 +1,7 @@
 #include "cpp_utils/async_processor/working_thread.h"
 
+#include "log/testing/capturing_logger.h"
+
 #include <gtest/gtest.h>
 
 #include <barrier>
@@ -13,21 +15,9 @@
 
 namespace {
 
-using ovtx::cpp_utils::async_processor::v2::WorkingThread;
+using ovtx::log::log_perf::v4::testing::CapturingLogger;
 
-struct CapturingLogger : ovtx::log::i_logger::v0::ILogger {
-    void Log(int level, const char* format, ...) override {
-        char text[256];
-        va_list args;
-        va_start(args, format);
-        std::vsnprintf(text, sizeof text, format, args);
-        va_end(args);
-        std::lock_guard lock(mutex);
-        lines.push_back(std::to_string(level) + " " + text);
-    }
-    std::mutex mutex;
-    std::vector<std::string> lines;
-};
+using ovtx::cpp_utils::async_processor::v2::WorkingThread;
 
 TEST(WorkingThreadTest, EveryPostedJob_RunsOnTheWorkerOfItsFunction) {
     constexpr int kJobs = 500;
@@ -75,9 +65,8 @@ TEST(WorkingThreadTest, ThrowingJob_IsLoggedAndTheWorkerGoesOn) {
     pool.post(1);
     pool.post(2);
     done.wait();
-    std::lock_guard lock(logger.mutex);
-    EXPECT_EQ(logger.lines, (std::vector<std::string>{"1 Worker 0: job failed: request failed",
-                                                      "1 Worker 0: job failed: unknown exception"}));
+    EXPECT_EQ(logger.lines(), (std::vector<std::string>{"1 Worker 0: job failed: request failed",
+                                                        "1 Worker 0: job failed: unknown exception"}));
 }
 
 // Records, when a worker thread ends, which worker it was.

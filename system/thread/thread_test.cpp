@@ -1,5 +1,7 @@
 #include "system/thread/thread.h"
 
+#include "log/testing/capturing_logger.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -11,22 +13,12 @@
 
 namespace {
 
+using ovtx::log::log_perf::v4::testing::CapturingLogger;
+
 using ovtx::system::thread::v1::parseCpuList;
 using ovtx::system::thread::v1::placeCurrentThreadOnProcessorGroup;
 using ovtx::system::thread::v1::processorGroups;
 using ovtx::system::thread::v1::Thread;
-
-struct CapturingLogger : ovtx::log::i_logger::v0::ILogger {
-    void Log(int level, const char* format, ...) override {
-        char text[256];
-        va_list args;
-        va_start(args, format);
-        std::vsnprintf(text, sizeof text, format, args);
-        va_end(args);
-        lines.push_back(std::to_string(level) + " " + text);
-    }
-    std::vector<std::string> lines;
-};
 
 TEST(ThreadTest, Destructor_WaitsForTheBody) {
     std::atomic<bool> finished{false};
@@ -77,10 +69,11 @@ TEST(ThreadTest, GroupPlacement_SucceedsOrLogsTheFailure) {
     CapturingLogger logger;
     const bool placed = placeCurrentThreadOnProcessorGroup(&logger);
     if (placed) {
-        EXPECT_TRUE(logger.lines.empty());
+        EXPECT_TRUE(logger.lines().empty());
     } else {
-        ASSERT_EQ(logger.lines.size(), 1u);
-        EXPECT_EQ(logger.lines[0].rfind("1 Thread group affinity failed Group=", 0), 0u) << logger.lines[0];
+        ASSERT_EQ(logger.lines().size(), 1u);
+        EXPECT_EQ(logger.lines()[0].rfind("1 Thread group affinity failed Group=", 0), 0u)
+            << logger.lines()[0];
     }
 }
 
