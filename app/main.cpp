@@ -2,14 +2,16 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdarg>
-#include <cstdio>
 #include <iostream>
 #include <stdexcept>
 #include <thread>
 
 #include "app/run_parameters.h"
+#include "log/console_sink.h"
 #include "log/i_logger.h"
+#include "log/log_file_sink.h"
+#include "log/log_perf.h"
+#include "system/file/file.h"
 #include "system/process/process.h"
 #include "system/registry/registry.h"
 #include "system/sdi/deltacast_io/device_api.h"
@@ -27,18 +29,7 @@ using log::i_logger::v0::ILogger;
 constexpr const char* kRegistryKeys[] = {"SOFTWARE\\FirmwareAgent\\CurrentVersion\\",
                                          "SOFTWARE\\ORVANTA_VTX\\CurrentVersion\\"};
 constexpr std::size_t kPathnameBufferSize = 255;
-
-// Until the queued logger joins the flow, log lines go straight to the standard error stream.
-class StandardErrorLogger final : public ILogger {
-  public:
-    void Log(int /*level*/, const char* format, ...) override {
-        va_list arguments;
-        va_start(arguments, format);
-        std::vfprintf(stderr, format, arguments);
-        va_end(arguments);
-        std::fputc('\n', stderr);
-    }
-};
+constexpr std::size_t kLogHistoryLimit = 50000;
 
 std::uint32_t boardChannelCount(const device::BoardInfo& info) {
     if (!info.ApiAvailable || info.NbSdiBoard < 1 || !info.PropertiesValid) {
@@ -119,7 +110,10 @@ std::string composePortName(bool fourHdQuads, std::int32_t sdiPort) {
 int mainRoutine(const std::vector<std::string>& arguments) {
     RunParameters parameters;
     bool patternRequested = false;
-    StandardErrorLogger logger;
+    log::log_perf::v4::ConsoleSink consoleSink;
+    log::log_perf::v4::LogFileSink fileSink(kLogHistoryLimit);
+    log::log_perf::v4::LibLogPerf logger;
+    logger.AddSink(&consoleSink);
 
     const std::uint32_t portLimit = std::max<std::uint32_t>(1, boardChannelCount());
     if (!parseArguments(arguments, parameters, portLimit, patternRequested)) {
@@ -134,6 +128,10 @@ int mainRoutine(const std::vector<std::string>& arguments) {
         throw std::runtime_error("Could not find firmware root path");
     }
     const std::string portName = composePortName(parameters.fourHdQuads, parameters.sdiPort);
+    // An installer would have made the Logs directory; make it when it is missing.
+    system::file::v2::createDirectories(firmwareRoot + "/Logs");
+    fileSink.SetFile(firmwareRoot + "/Logs/sdi_tap." + portName + ".log");
+    logger.AddSink(&fileSink);
     system::process::v1::raiseToRealtimePriority();
 
     try {

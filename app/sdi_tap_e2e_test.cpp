@@ -6,10 +6,13 @@
 #include <filesystem>
 #include <fstream>
 
+#include "log/testing/log_file_reader.h"
 #include "system/process/testing/child_process.h"
 
 namespace {
 
+using ovtx::log::log_perf::v4::testing::containsText;
+using ovtx::log::log_perf::v4::testing::readLogFile;
 using ovtx::system::process::testing::binaryPath;
 using ovtx::system::process::testing::ChildProcess;
 namespace fs = std::filesystem;
@@ -80,6 +83,8 @@ TEST_F(SdiTapBinaryTest, PatternSwitchSaysNothingAboutTheBoard) {
     daemon.signal(SIGINT);
     EXPECT_EQ(daemon.waitExitCode(seconds(60)), 0);
     EXPECT_EQ(daemon.standardError().find("switched to pattern mode"), std::string::npos);
+    const auto lines = readLogFile((root() / "Logs" / "sdi_tap.0.log").string());
+    EXPECT_TRUE(containsText(lines, "API initialisation Failure"));
 }
 
 }  // namespace
