@@ -3,7 +3,15 @@
 // A named object `N` is the POSIX shared-memory object `/N` (the file `/dev/shm/N`); the name is
 // used exactly as given, with nothing added. Objects live while some process holds them: the last
 // holder to close (or to die) removes the name and the content with it, and an object left behind
-// by a killed holder is stale and re-created fresh by the next opener.
+// by a killed holder is stale and re-created fresh by the next opener. A process that exits
+// without closing (or is killed) leaves its files in /dev/shm until the next open and close of
+// the name, as nobody runs the last close for it.
+//
+// Every object, every view included, is a hold of its own: closing a mapping while one of its
+// views is mapped keeps the object alive until the view goes. Holds are not inherited across
+// `exec`; a child made by `fork` alone shares its parent's holds, so open objects after a fork.
+// Objects are made with mode 0666 less the umask: all processes that share them need write
+// access, since every hold takes a lock on the object's file.
 //
 // Nothing here throws. Every factory returns an object that is either valid or carries the
 // `errno` of the failing step (`error()`), so that the transport can return bools and the few
@@ -20,21 +28,45 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace ovtx::system::ipc::v2 {
+
+namespace internal {
+
+// What a named mutex and a named event hold: the object's descriptor, its state as mapped here,
+// and the last failure. Moving leaves the source empty.
+struct HeldState {
+    int fd = -1;
+    void* shared = nullptr;
+    int error = 0;
+    const char* failedOperation = nullptr;
+    std::string name;
+
+    HeldState() = default;
+    HeldState(HeldState&& other) noexcept;
+    HeldState& operator=(HeldState&& other) noexcept;
+    HeldState(const HeldState&) = delete;
+    HeldState& operator=(const HeldState&) = delete;
+    ~HeldState() = default;
+
+    bool fail(int code, const char* operation);  // records the failure, returns false
+};
+
+}  // namespace internal
 
 // Outcome of a wait with a timeout.
 enum class WaitResult {
     Acquired,   // the mutex is held, or the event was signalled
     Abandoned,  // the mutex's previous holder died; it is now held and consistent again
     TimedOut,
-    Failed,     // error() of the object tells why
+    Failed,  // error() of the object tells why
 };
 
 // A process's hold on a named file mapping (the page-file section of CreateFileMapping).
 // The object holds exactly the block's bytes from offset 0, zero-filled on creation.
 class NamedMapping {
-public:
+  public:
     // Creates the object at `size` bytes, or joins an existing one whose size then stands.
     // The memory is reserved at creation, so a full /dev/shm fails here and not later.
     static NamedMapping createOrJoin(std::string_view name, std::uint64_t size);
@@ -48,6 +80,8 @@ public:
 
     bool valid() const { return m_fd >= 0; }
     int error() const { return m_error; }
+    // The system call that failed last, as "shm_open" or "mmap", or null.
+    const char* failedOperation() const { return m_failedOperation; }
     const std::string& name() const { return m_name; }
     std::uint64_t size() const { return m_size; }  // the object's real size
 
@@ -55,10 +89,11 @@ public:
     // failing system call (error() tells which); the hold is released all the same.
     bool close();
 
-private:
+  private:
     friend class MappedView;
     int m_fd = -1;
     int m_error = 0;
+    const char* m_failedOperation = nullptr;
     std::string m_name;
     std::uint64_t m_size = 0;
 };
@@ -66,12 +101,13 @@ private:
 // A mapped view of a named mapping. A view keeps its object alive on its own, as on the original
 // platform, so the mapping's handle may be closed before the view is unmapped.
 class MappedView {
-public:
+  public:
     enum class Access { ReadOnly, ReadWrite };
 
     // Maps the first `size` bytes. Fails (EINVAL) when the object is smaller than `size`.
     // `prefault` touches every page once, so that the first lap of a ring runs at memory speed.
-    static MappedView map(const NamedMapping& mapping, std::size_t size, Access access, bool prefault = false);
+    static MappedView map(const NamedMapping& mapping, std::size_t size, Access access,
+                          bool prefault = false);
 
     MappedView() = default;  // invalid
     MappedView(MappedView&& other) noexcept;
@@ -82,22 +118,28 @@ public:
 
     bool valid() const { return m_data != nullptr; }
     int error() const { return m_error; }
+    // The system call that failed last, as "shm_open" or "mmap", or null.
+    const char* failedOperation() const { return m_failedOperation; }
     void* data() const { return m_data; }
     std::size_t size() const { return m_size; }
 
     bool unmap();
 
-private:
+  private:
     void* m_data = nullptr;
     std::size_t m_size = 0;
     int m_holdFd = -1;  // keeps the named object held while the view exists
+    std::string m_name;
     int m_error = 0;
+    const char* m_failedOperation = nullptr;
 };
 
 // A named inter-process mutex (robust, process-shared). A holder that dies hands it to the next
-// waiter, which takes it as acquired (WaitResult::Abandoned) and finds it consistent.
+// waiter, which takes it as acquired (WaitResult::Abandoned) and finds it consistent. As a
+// Windows mutex, it belongs to the thread that took it, which may take it again (each lock
+// wants its unlock), and only that thread may release it.
 class NamedMutex {
-public:
+  public:
     static NamedMutex createOrJoin(std::string_view name);  // CreateMutex, not owned at creation
     static NamedMutex open(std::string_view name);          // OpenMutex: fails (ENOENT) when absent
 
@@ -108,27 +150,31 @@ public:
     NamedMutex& operator=(const NamedMutex&) = delete;
     ~NamedMutex();
 
-    bool valid() const { return m_fd >= 0; }
-    int error() const { return m_error; }
-    const std::string& name() const { return m_name; }
+    bool valid() const { return m_state.fd >= 0; }
+    int error() const { return m_state.error; }
+    // The system call that failed last, as "shm_open" or "mmap", or null.
+    const char* failedOperation() const { return m_state.failedOperation; }
+    const std::string& name() const { return m_state.name; }
 
     // Waits without a timeout; an abandoned mutex counts as acquired. False only on failure.
     bool lock();
     // Waits up to `timeout`, measured on the monotonic clock.
     WaitResult lockFor(std::chrono::milliseconds timeout);
     bool unlock();
+    // Releases what this object still holds of the mutex, then gives the hold on it up.
     bool close();
 
-private:
-    int m_fd = -1;
-    int m_error = 0;
-    void* m_shared = nullptr;  // the mapped mutex state
-    std::string m_name;
+  private:
+    explicit NamedMutex(internal::HeldState state) : m_state(std::move(state)) {}
+
+    internal::HeldState m_state;  // the mapped mutex state
+    int m_lockDepth = 0;          // locks taken through this object and not released yet
 };
 
-// A named event on a futex word in shared memory.
+// A named event on a futex word in shared memory. Nothing in it counts waiters: a waiter that
+// dies leaves no trace, and timeouts run on the monotonic clock.
 class NamedEvent {
-public:
+  public:
     enum class Reset { Manual, Auto };
 
     // CreateEvent: the reset kind and the initial state apply when the object is created.
@@ -142,24 +188,28 @@ public:
     NamedEvent& operator=(const NamedEvent&) = delete;
     ~NamedEvent();
 
-    bool valid() const { return m_fd >= 0; }
-    int error() const { return m_error; }
-    const std::string& name() const { return m_name; }
+    bool valid() const { return m_state.fd >= 0; }
+    int error() const { return m_state.error; }
+    // The system call that failed last, as "shm_open" or "mmap", or null.
+    const char* failedOperation() const { return m_state.failedOperation; }
+    const std::string& name() const { return m_state.name; }
 
+    // Signals the event: a manual-reset event releases every waiter and stays signalled until
+    // `reset`; an auto-reset event stays signalled until one wait consumes it.
     bool set();
     bool reset();
     // Wakes at most one process that waits at this moment (auto-reset), or every waiter
-    // (manual-reset), and leaves the event not signalled; nobody is woken if nobody waits.
+    // (manual-reset), and leaves the event not signalled; nobody is woken if nobody waits. A
+    // waiter that is just entering its wait as the pulse comes may miss it, as with PulseEvent.
     bool pulse();
     // A timeout of 0 polls. An auto-reset event is reset by the wait it releases.
     WaitResult wait(std::chrono::milliseconds timeout);
     bool close();
 
-private:
-    int m_fd = -1;
-    int m_error = 0;
-    void* m_shared = nullptr;  // the mapped event state
-    std::string m_name;
+  private:
+    explicit NamedEvent(internal::HeldState state) : m_state(std::move(state)) {}
+
+    internal::HeldState m_state;  // the mapped event state
 };
 
 }  // namespace ovtx::system::ipc::v2
