@@ -14,15 +14,15 @@
 #include "simulcast/simulcast_reader.h"
 #include "simulcast/simulcast_writer.h"
 #include "system/ipc/named_objects.h"
-#include "system/process/child_process.h"
+#include "system/process/piped_child.h"
 
 namespace {
 
 using namespace ovtx::simulcast::simulcast_channel::v1;
 using namespace std::chrono_literals;
 namespace ipc = ovtx::system::ipc::v2;
-using ovtx::system::process::v1::ChildProcess;
 using ovtx::system::process::v1::currentProcessId;
+using ovtx::system::process::v1::PipedChild;
 
 constexpr auto kAnswerTimeout = 30s;
 
@@ -36,7 +36,7 @@ class SimulcastChannelTest : public ::testing::Test {
 
     void TearDown() override {
         // Helpers leave as a consumer would; one that doesn't is killed and reaped.
-        for (ChildProcess& helper : m_helpers) {
+        for (PipedChild& helper : m_helpers) {
             if (helper.valid() && helper.writeLine("exit")) {
                 helper.wait(kAnswerTimeout);
             }
@@ -56,15 +56,15 @@ class SimulcastChannelTest : public ::testing::Test {
         return found;
     }
 
-    ChildProcess& startHelper() {
+    PipedChild& startHelper() {
         const char* binDir = std::getenv("SDI_TAP_BIN_DIR");
         const std::string path = std::string(binDir != nullptr ? binDir : ".") + "/simulcast_test_helper";
-        m_helpers.push_back(ChildProcess::spawn(path, {}));
+        m_helpers.push_back(PipedChild::spawn(path, {}));
         EXPECT_TRUE(m_helpers.back().valid());
         return m_helpers.back();
     }
 
-    static std::string ask(ChildProcess& helper, const std::string& command) {
+    static std::string ask(PipedChild& helper, const std::string& command) {
         if (!helper.writeLine(command)) {
             return "<write failed>";
         }
@@ -87,7 +87,7 @@ class SimulcastChannelTest : public ::testing::Test {
     }
 
     std::string m_name;
-    std::deque<ChildProcess> m_helpers;  // a deque keeps references stable
+    std::deque<PipedChild> m_helpers;  // a deque keeps references stable
 };
 
 // A helper's answer to "read": "ok SEQUENCE DISCONTINUITY PAYLOAD".
@@ -162,7 +162,7 @@ TEST_F(SimulcastChannelTest, OpenTwiceOrOddChunksOrClosed_Refused) {
 }
 
 TEST_F(SimulcastChannelTest, WriterInOtherProcess_ReaderGetsChunksInOrderFromSequenceTwo) {
-    ChildProcess& writer = startHelper();
+    PipedChild& writer = startHelper();
     ASSERT_EQ(ask(writer, "wopen " + openCommand(8, 64)), "ok");
     ASSERT_EQ(ask(writer, "write 2"), "ok");  // before the first read: never delivered
 
@@ -191,7 +191,7 @@ TEST_F(SimulcastChannelTest, WriterInOtherProcess_ReaderGetsChunksInOrderFromSeq
 TEST_F(SimulcastChannelTest, ReadSizeOutOfRange_FailsWithoutTimeout) {
     SimulcastWriter writer;
     ASSERT_TRUE(writer.open(8, 64, m_name.c_str()));
-    ChildProcess& reader = startHelper();
+    PipedChild& reader = startHelper();
     ASSERT_EQ(ask(reader, "ropen " + m_name), "ok");
     EXPECT_EQ(ask(reader, "read 65 1000"), "fail");
     EXPECT_EQ(ask(reader, "read -1 1000"), "fail");
@@ -201,7 +201,7 @@ TEST_F(SimulcastChannelTest, ReadSizeOutOfRange_FailsWithoutTimeout) {
 TEST_F(SimulcastChannelTest, ReaderInOtherProcess_SeesTheTestsChunks) {
     SimulcastWriter writer;
     ASSERT_TRUE(writer.open(8, 64, m_name.c_str()));
-    ChildProcess& reader = startHelper();
+    PipedChild& reader = startHelper();
     ASSERT_EQ(ask(reader, "ropen " + m_name), "ok");
     ASSERT_EQ(ask(reader, "read 8 0"), "timeout");  // fixes the reader's start
     writeChunks(writer, 2);
@@ -210,7 +210,7 @@ TEST_F(SimulcastChannelTest, ReaderInOtherProcess_SeesTheTestsChunks) {
 }
 
 TEST_F(SimulcastChannelTest, ReaderBeforeWriter_FailsThenSucceeds) {
-    ChildProcess& reader = startHelper();
+    PipedChild& reader = startHelper();
     EXPECT_EQ(ask(reader, "ropen " + m_name), "fail");
     SimulcastWriter writer;
     ASSERT_TRUE(writer.open(8, 64, m_name.c_str()));
@@ -218,7 +218,7 @@ TEST_F(SimulcastChannelTest, ReaderBeforeWriter_FailsThenSucceeds) {
 }
 
 TEST_F(SimulcastChannelTest, ReaderBetweenWritersSteps_FailsThenSucceedsOnRetry) {
-    ChildProcess& writer = startHelper();
+    PipedChild& writer = startHelper();
     ASSERT_EQ(ask(writer, "partial " + openCommand(8, 64)), "ok");
     SimulcastReader reader;
     EXPECT_FALSE(reader.open(m_name.c_str()));  // block filled, data mutex not there yet
@@ -229,7 +229,7 @@ TEST_F(SimulcastChannelTest, ReaderBetweenWritersSteps_FailsThenSucceedsOnRetry)
 TEST_F(SimulcastChannelTest, ReaderFallsBehindRing_DiscontinuityThenIndexOrder) {
     SimulcastWriter writer;
     ASSERT_TRUE(writer.open(8, 64, m_name.c_str()));
-    ChildProcess& reader = startHelper();
+    PipedChild& reader = startHelper();
     ASSERT_EQ(ask(reader, "ropen " + m_name), "ok");
     ASSERT_EQ(ask(reader, "read 8 0"), "timeout");
     writeChunks(writer, 1);
@@ -243,7 +243,7 @@ TEST_F(SimulcastChannelTest, ReaderFallsBehindRing_DiscontinuityThenIndexOrder) 
 
 TEST_F(SimulcastChannelTest, WriterRestartsWithReaderAttached_Discontinuity) {
     SimulcastReader reader;
-    ChildProcess& first = startHelper();
+    PipedChild& first = startHelper();
     ASSERT_EQ(ask(first, "wopen " + openCommand(8, 64)), "ok");
     ASSERT_TRUE(reader.open(m_name.c_str()));
     std::uint64_t payload = 0;
@@ -257,7 +257,7 @@ TEST_F(SimulcastChannelTest, WriterRestartsWithReaderAttached_Discontinuity) {
     ASSERT_EQ(ask(first, "wclose"), "ok");
     ASSERT_EQ(ask(first, "exit"), "<no answer>");
 
-    ChildProcess& second = startHelper();
+    PipedChild& second = startHelper();
     ASSERT_EQ(ask(second, "wopen " + openCommand(8, 64)), "ok");
     ASSERT_EQ(ask(second, "write 1"), "ok");
     // The reader stands on index 2, cleared by the restart and not written since.
@@ -267,7 +267,7 @@ TEST_F(SimulcastChannelTest, WriterRestartsWithReaderAttached_Discontinuity) {
 }
 
 TEST_F(SimulcastChannelTest, WriterKilledHoldingDataMutex_ReaderGoesOn) {
-    ChildProcess& writer = startHelper();
+    PipedChild& writer = startHelper();
     ASSERT_EQ(ask(writer, "wopen " + openCommand(8, 64)), "ok");
     SimulcastReader reader;
     ASSERT_TRUE(reader.open(m_name.c_str()));
@@ -278,7 +278,7 @@ TEST_F(SimulcastChannelTest, WriterKilledHoldingDataMutex_ReaderGoesOn) {
     ASSERT_EQ(ask(writer, "write 1"), "ok");
     ASSERT_TRUE(reader.read(&payload, 8, 10000, discontinuity, timedOut));
     ASSERT_EQ(ask(writer, "begin"), "begun");
-    ASSERT_TRUE(writer.kill(ChildProcess::Signal::Kill));
+    ASSERT_TRUE(writer.kill(PipedChild::Signal::Kill));
     const auto status = writer.wait(kAnswerTimeout);
     ASSERT_TRUE(status.has_value());
     EXPECT_EQ(status->signal, 9);
@@ -295,13 +295,13 @@ TEST_F(SimulcastChannelTest, WriterKilledHoldingDataMutex_ReaderGoesOn) {
 }
 
 TEST_F(SimulcastChannelTest, EveryHolderKilled_FreshOpenAndCloseLeaveNothing) {
-    ChildProcess& writer = startHelper();
-    ChildProcess& reader = startHelper();
+    PipedChild& writer = startHelper();
+    PipedChild& reader = startHelper();
     ASSERT_EQ(ask(writer, "wopen " + openCommand(8, 64)), "ok");
     ASSERT_EQ(ask(reader, "ropen " + m_name), "ok");
     ASSERT_EQ(ask(writer, "begin"), "begun");
-    for (ChildProcess* helper : {&writer, &reader}) {
-        helper->kill(ChildProcess::Signal::Kill);
+    for (PipedChild* helper : {&writer, &reader}) {
+        helper->kill(PipedChild::Signal::Kill);
         ASSERT_TRUE(helper->wait(kAnswerTimeout).has_value());
     }
     SimulcastWriter fresh;

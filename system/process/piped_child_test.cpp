@@ -1,4 +1,4 @@
-#include "system/process/child_process.h"
+#include "system/process/piped_child.h"
 
 #include <gtest/gtest.h>
 
@@ -9,8 +9,8 @@ namespace {
 using namespace ovtx::system::process::v1;
 using namespace std::chrono_literals;
 
-TEST(ChildProcessTest, LinesGoThroughAndEndOfInputEndsChild) {
-    ChildProcess cat = ChildProcess::spawn("/bin/cat", {});
+TEST(PipedChildTest, LinesGoThroughAndEndOfInputEndsChild) {
+    PipedChild cat = PipedChild::spawn("/bin/cat", {});
     ASSERT_TRUE(cat.valid());
     ASSERT_TRUE(cat.writeLine("first"));
     ASSERT_TRUE(cat.writeLine("second"));
@@ -24,9 +24,9 @@ TEST(ChildProcessTest, LinesGoThroughAndEndOfInputEndsChild) {
     EXPECT_EQ(status->code, 0);
 }
 
-TEST(ChildProcessTest, KilledChild_ReportsSignalAndWritesFail) {
-    ChildProcess cat = ChildProcess::spawn("/bin/cat", {});
-    ASSERT_TRUE(cat.kill(ChildProcess::Signal::Kill));
+TEST(PipedChildTest, KilledChild_ReportsSignalAndWritesFail) {
+    PipedChild cat = PipedChild::spawn("/bin/cat", {});
+    ASSERT_TRUE(cat.kill(PipedChild::Signal::Kill));
     const auto status = cat.wait(30s);
     ASSERT_TRUE(status.has_value());
     EXPECT_FALSE(status->exited);
@@ -34,8 +34,8 @@ TEST(ChildProcessTest, KilledChild_ReportsSignalAndWritesFail) {
     EXPECT_FALSE(cat.writeLine("nobody reads this"));  // no SIGPIPE for the parent
 }
 
-TEST(ChildProcessTest, MissingProgram_ExitsWith127) {
-    ChildProcess missing = ChildProcess::spawn("/nonexistent/program", {"x"});
+TEST(PipedChildTest, MissingProgram_ExitsWith127) {
+    PipedChild missing = PipedChild::spawn("/nonexistent/program", {"x"});
     ASSERT_TRUE(missing.valid());
     const auto status = missing.wait(30s);
     ASSERT_TRUE(status.has_value());
