@@ -86,6 +86,20 @@ class SimulcastChannelTest : public ::testing::Test {
         }
     }
 
+    // One read of 8 bytes by a reader of the test process.
+    struct LocalRead {
+        bool delivered = false;
+        bool discontinuity = false;
+        bool timedOut = false;
+        std::uint64_t payload = 0;
+    };
+    static LocalRead readHere(SimulcastReader& reader, std::uint32_t timeoutMs, std::int32_t bytes = 8) {
+        LocalRead result;
+        result.delivered =
+            reader.read(&result.payload, bytes, timeoutMs, result.discontinuity, result.timedOut);
+        return result;
+    }
+
     std::string m_name;
     std::deque<PipedChild> m_helpers;  // a deque keeps references stable
 };
@@ -170,22 +184,20 @@ TEST_F(SimulcastChannelTest, WriterInOtherProcess_ReaderGetsChunksInOrderFromSeq
     ASSERT_TRUE(reader.open(m_name.c_str()));
     EXPECT_EQ(reader.numChunks(), 8);
     EXPECT_EQ(reader.maxChunkBytes(), 64);
-    std::uint64_t payload = 0;
-    bool discontinuity = false;
-    bool timedOut = false;
-    EXPECT_FALSE(reader.read(&payload, 8, 0, discontinuity, timedOut));
-    EXPECT_TRUE(timedOut);
+    const LocalRead idle = readHere(reader, 0);
+    EXPECT_FALSE(idle.delivered);
+    EXPECT_TRUE(idle.timedOut);
 
     ASSERT_EQ(ask(writer, "write 3"), "ok");
     for (std::uint64_t expected : {4u, 5u, 6u}) {
-        ASSERT_TRUE(reader.read(&payload, 8, 10000, discontinuity, timedOut));
-        EXPECT_EQ(payload, expected);
+        const LocalRead chunk = readHere(reader, 10000);
+        ASSERT_TRUE(chunk.delivered);
+        EXPECT_EQ(chunk.payload, expected);
         EXPECT_EQ(reader.lastSequence(), static_cast<std::int64_t>(expected));
-        EXPECT_EQ(discontinuity, expected == 4u);  // always set on the first chunk
-        EXPECT_FALSE(timedOut);
+        EXPECT_EQ(chunk.discontinuity, expected == 4u);  // always set on the first chunk
+        EXPECT_FALSE(chunk.timedOut);
     }
-    EXPECT_FALSE(reader.read(&payload, 8, 50, discontinuity, timedOut));
-    EXPECT_TRUE(timedOut);
+    EXPECT_TRUE(readHere(reader, 50).timedOut);
 }
 
 TEST_F(SimulcastChannelTest, ReadSizeOutOfRange_FailsWithoutTimeout) {
@@ -246,23 +258,22 @@ TEST_F(SimulcastChannelTest, WriterRestartsWithReaderAttached_Discontinuity) {
     PipedChild& first = startHelper();
     ASSERT_EQ(ask(first, "wopen " + openCommand(8, 64)), "ok");
     ASSERT_TRUE(reader.open(m_name.c_str()));
-    std::uint64_t payload = 0;
-    bool discontinuity = false;
-    bool timedOut = false;
-    EXPECT_FALSE(reader.read(&payload, 8, 0, discontinuity, timedOut));
+    EXPECT_TRUE(readHere(reader, 0).timedOut);
     ASSERT_EQ(ask(first, "write 2"), "ok");
-    ASSERT_TRUE(reader.read(&payload, 8, 10000, discontinuity, timedOut));
-    ASSERT_TRUE(reader.read(&payload, 8, 10000, discontinuity, timedOut));
-    EXPECT_FALSE(discontinuity);
+    ASSERT_TRUE(readHere(reader, 10000).delivered);
+    const LocalRead second = readHere(reader, 10000);
+    ASSERT_TRUE(second.delivered);
+    EXPECT_FALSE(second.discontinuity);
     ASSERT_EQ(ask(first, "wclose"), "ok");
     ASSERT_EQ(ask(first, "exit"), "<no answer>");
 
-    PipedChild& second = startHelper();
-    ASSERT_EQ(ask(second, "wopen " + openCommand(8, 64)), "ok");
-    ASSERT_EQ(ask(second, "write 1"), "ok");
+    PipedChild& restarted = startHelper();
+    ASSERT_EQ(ask(restarted, "wopen " + openCommand(8, 64)), "ok");
+    ASSERT_EQ(ask(restarted, "write 1"), "ok");
     // The reader stands on index 2, cleared by the restart and not written since.
-    ASSERT_TRUE(reader.read(&payload, 8, 10000, discontinuity, timedOut));
-    EXPECT_TRUE(discontinuity);
+    const LocalRead afterRestart = readHere(reader, 10000);
+    ASSERT_TRUE(afterRestart.delivered);
+    EXPECT_TRUE(afterRestart.discontinuity);
     EXPECT_EQ(reader.lastSequence(), 0);
 }
 
@@ -271,12 +282,9 @@ TEST_F(SimulcastChannelTest, WriterKilledHoldingDataMutex_ReaderGoesOn) {
     ASSERT_EQ(ask(writer, "wopen " + openCommand(8, 64)), "ok");
     SimulcastReader reader;
     ASSERT_TRUE(reader.open(m_name.c_str()));
-    std::uint64_t payload = 0;
-    bool discontinuity = false;
-    bool timedOut = false;
-    EXPECT_FALSE(reader.read(&payload, 8, 0, discontinuity, timedOut));
+    EXPECT_TRUE(readHere(reader, 0).timedOut);
     ASSERT_EQ(ask(writer, "write 1"), "ok");
-    ASSERT_TRUE(reader.read(&payload, 8, 10000, discontinuity, timedOut));
+    ASSERT_TRUE(readHere(reader, 10000).delivered);
     ASSERT_EQ(ask(writer, "begin"), "begun");
     ASSERT_TRUE(writer.kill(PipedChild::Signal::Kill));
     const auto status = writer.wait(kAnswerTimeout);
@@ -284,14 +292,16 @@ TEST_F(SimulcastChannelTest, WriterKilledHoldingDataMutex_ReaderGoesOn) {
     EXPECT_EQ(status->signal, 9);
 
     // The abandoned mutex is taken; no chunk follows, so the read times out instead of hanging.
-    EXPECT_FALSE(reader.read(&payload, 8, 200, discontinuity, timedOut));
-    EXPECT_TRUE(timedOut);
+    const LocalRead afterDeath = readHere(reader, 200);
+    EXPECT_FALSE(afterDeath.delivered);
+    EXPECT_TRUE(afterDeath.timedOut);
 
     SimulcastWriter successor;
     ASSERT_TRUE(successor.open(8, 64, m_name.c_str()));
     writeChunks(successor, 2);  // the mutex the dead writer held works for the successor
-    ASSERT_TRUE(reader.read(&payload, 8, 10000, discontinuity, timedOut));
-    EXPECT_EQ(payload, 3u);
+    const LocalRead fromSuccessor = readHere(reader, 10000);
+    ASSERT_TRUE(fromSuccessor.delivered);
+    EXPECT_EQ(fromSuccessor.payload, 3u);
 }
 
 TEST_F(SimulcastChannelTest, EveryHolderKilled_FreshOpenAndCloseLeaveNothing) {
