@@ -100,13 +100,21 @@ static_assert(sizeof(std::atomic<std::uint32_t>) == sizeof(std::uint32_t), "the 
 constexpr std::uint32_t kSignalled = 1;
 constexpr std::uint32_t kGenerationStep = 2;
 
+// mmap's failure is MAP_FAILED rather than -1, hence this wrapper beside posixCall.
+void* mapShared(SysError& error, int fd, std::size_t size, int protection) {
+    void* address = ::mmap(nullptr, size, protection, MAP_SHARED, fd, 0);
+    if (address == MAP_FAILED) {
+        if (!error) {
+            error = sysError(errno, "mmap");
+        }
+        return nullptr;
+    }
+    return address;
+}
+
 SysError mapState(int fd, std::size_t size, void*& shared) {
     SysError error;
-    void* address = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    if (address == MAP_FAILED) {
-        return sysError(errno, "mmap");
-    }
-    shared = address;
+    shared = mapShared(error, fd, size, PROT_READ | PROT_WRITE);
     return error;
 }
 
@@ -216,11 +224,17 @@ std::uint32_t* futexAddress(std::atomic<std::uint32_t>& word) {
 }
 
 // Sleeps while `word` holds `expected`, up to an absolute CLOCK_MONOTONIC deadline (FUTEX_WAIT_BITSET
-// without FUTEX_CLOCK_REALTIME). Not private: the word is shared between processes.
-// Returns 0 when woken, else the errno (ETIMEDOUT, EAGAIN, EINTR ...).
-int futexWait(std::atomic<std::uint32_t>& word, std::uint32_t expected, const timespec& deadline) {
-    const long result = ::syscall(SYS_futex, futexAddress(word), FUTEX_WAIT_BITSET, expected, &deadline,
-                                  nullptr, FUTEX_BITSET_MATCH_ANY);
+// without FUTEX_CLOCK_REALTIME). Not private: the word is shared between processes. A signal
+// resumes the sleep against the same deadline. Returns 0 when woken, ETIMEDOUT, EAGAIN when the
+// word no longer held `expected`, or else the failure in `error`.
+int futexWait(SysError& error, std::atomic<std::uint32_t>& word, std::uint32_t expected,
+              const timespec& deadline) {
+    const long result = posixCall(error, "futex(FUTEX_WAIT_BITSET)",
+                                  [&] {
+                                      return ::syscall(SYS_futex, futexAddress(word), FUTEX_WAIT_BITSET,
+                                                       expected, &deadline, nullptr, FUTEX_BITSET_MATCH_ANY);
+                                  },
+                                  {ETIMEDOUT, EAGAIN});
     return result == 0 ? 0 : errno;
 }
 
@@ -330,9 +344,8 @@ MappedView MappedView::map(const NamedMapping& mapping, std::size_t size, Access
     }
     if (!error) {
         const int protection = access == Access::ReadWrite ? PROT_READ | PROT_WRITE : PROT_READ;
-        void* data = ::mmap(nullptr, size, protection, MAP_SHARED, hold.fd, 0);
-        if (data == MAP_FAILED) {
-            error = sysError(errno, "mmap");
+        void* data = mapShared(error, hold.fd, size, protection);
+        if (data == nullptr) {
             releaseHold(mapping.name(), hold.fd);
         } else {
             view.m_data = data;
@@ -585,25 +598,19 @@ WaitResult NamedEvent::wait(std::chrono::milliseconds timeout) {
         if (expired) {
             return WaitResult::TimedOut;
         }
-        const int result = futexWait(state.word, word, deadline);
-        const std::uint32_t now = state.word.load();
-        switch (result) {
-            case 0:
-                // Woken by a wake call: a new generation means a pulse chose this waiter.
-                if (generation(now) != generation(word)) {
-                    return WaitResult::Acquired;
-                }
-                break;
-            case ETIMEDOUT:
-                expired = true;
-                break;
-            case EAGAIN:  // the word moved before we slept: a pulse then was not for us
-            case EINTR:
-                break;
-            default:
-                m_state.fail(result, "futex(FUTEX_WAIT_BITSET)");
-                return WaitResult::Failed;
+        SysError error;
+        const int result = futexWait(error, state.word, word, deadline);
+        if (error) {
+            m_state.fail(error.code, error.operation);
+            return WaitResult::Failed;
         }
+        const std::uint32_t now = state.word.load();
+        // Woken by a wake call with a new generation: a pulse chose this waiter. A word that moved
+        // before we slept (EAGAIN) means a pulse that was not for us, or a set seen at the top.
+        if (result == 0 && generation(now) != generation(word)) {
+            return WaitResult::Acquired;
+        }
+        expired = result == ETIMEDOUT;
         word = now;
     }
 }

@@ -42,10 +42,8 @@ SysError waitForLock(int fd, short type, off_t byte) {
 SysError tryLock(int fd, short type, off_t byte, bool& taken) {
     SysError error;
     struct flock lock = byteLock(type, byte);
-    taken = ::fcntl(fd, F_OFD_SETLK, &lock) == 0;
-    if (!taken && errno != EAGAIN && errno != EACCES) {
-        error = sysError(errno, "fcntl(F_OFD_SETLK)");
-    }
+    taken = posixCall(error, "fcntl(F_OFD_SETLK)", [&] { return ::fcntl(fd, F_OFD_SETLK, &lock); },
+                      {EAGAIN, EACCES}) == 0;
     return error;
 }
 

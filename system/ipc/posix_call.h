@@ -28,14 +28,17 @@ inline SysError sysError(int code, const char* operation) {
 }
 
 // Runs `call` until it does not fail with EINTR. On -1 records errno and `operation` in `error`
-// (unless `error` already holds an earlier failure) and returns -1; otherwise returns the result.
+// (unless `error` already holds an earlier failure, or errno is one of the `expected` outcomes,
+// as EAGAIN of a lock that is taken; errno then still tells which) and returns -1; otherwise
+// returns the result.
 template <typename Call>
-long posixCall(SysError& error, const char* operation, Call&& call) {
+long posixCall(SysError& error, const char* operation, Call&& call,
+               std::initializer_list<int> expected = {}) {
     long result;
     do {
         result = static_cast<long>(call());
     } while (result == -1 && errno == EINTR);
-    if (result == -1 && !error) {
+    if (result == -1 && std::find(expected.begin(), expected.end(), errno) == expected.end() && !error) {
         error = SysError{errno, operation};
     }
     return result;

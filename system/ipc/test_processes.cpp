@@ -9,6 +9,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -94,7 +96,7 @@ std::optional<std::string> HelperProcess::readLine(std::chrono::milliseconds tim
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
         pollfd output{m_output, POLLIN, 0};
-        if (left.count() <= 0 || ::poll(&output, 1, static_cast<int>(left.count())) <= 0) {
+        if (::poll(&output, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0))) <= 0) {
             return std::nullopt;
         }
         char chunk[256];
