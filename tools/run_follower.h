@@ -1,0 +1,41 @@
+// Follows the simulcast channels of a run, or one channel, from another process: the engine of
+// simulcast_follow.
+//
+//   FollowOptions options;
+//   options.portName = "0";
+//   options.maxRecords = 100;
+//   options.y4mPath = "video.y4m";
+//   std::atomic<bool> stop{false};                       // set it to stop, e.g. from a signal
+//   return followRun(options, std::cout, std::cerr, stop); // until 100 records or a stop
+//
+// Each channel is followed on a thread of its own, opening with retries until a writer has set
+// it up. A stop comes from the caller's flag, from the record limit or from the time limit; the
+// limits set the flag themselves.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <optional>
+#include <ostream>
+#include <string>
+
+#include "tools/record_summary.h"
+
+namespace ovtx::tools::simulcast_follow::v1 {
+
+struct FollowOptions {
+    std::string portName;            // the run's four channels, or
+    std::string channel;             // this one channel (then portName is unused)
+    std::optional<RecordKind> kind;  // of `channel`; from its name when not given
+    std::int64_t maxRecords = 0;     // records of all channels together; 0: no limit
+    double seconds = 0;              // 0: no limit
+    std::string y4mPath;             // video records to this Y4M file
+    std::string wavPrefix;           // audio pair p to <wavPrefix><p>.wav, p from 1 to 8
+    std::uint32_t timeoutMs = 200;   // one read's wait before the stop flag is looked at again
+};
+
+// Prints one line per record to `out` and problems to `err`. Returns the process's exit code:
+// 0, or 1 when a file could not be written.
+int followRun(const FollowOptions& options, std::ostream& out, std::ostream& err, std::atomic<bool>& stop);
+
+}  // namespace ovtx::tools::simulcast_follow::v1
