@@ -23,13 +23,13 @@
 #include "simulcast/capture_records.h"
 #include "simulcast/simulcast_reader.h"
 #include "simulcast/simulcast_writer.h"
-#include "system/process/child_process.h"
+#include "system/process/piped_child.h"
 
 namespace {
 
 using namespace ovtx::simulcast::simulcast_channel::v1;
 using namespace ovtx::simulcast::capture_records::v1;
-using ovtx::system::process::v1::ChildProcess;
+using ovtx::system::process::v1::PipedChild;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::int32_t kThroughputChunks = 8;
@@ -141,8 +141,8 @@ double memcpyGigabytesPerSecond(std::size_t bytes) {
     return static_cast<double>(bytes) * rounds / elapsed / 1e9;
 }
 
-ChildProcess startReader(const char* self, const std::string& role, const std::string& name) {
-    ChildProcess reader = ChildProcess::spawn(self, {role, name});
+PipedChild startReader(const char* self, const std::string& role, const std::string& name) {
+    PipedChild reader = PipedChild::spawn(self, {role, name});
     if (reader.readLine(kAnswerTimeout) != std::optional<std::string>("ready")) {
         std::fprintf(stderr, "simulcast_bench: the reader did not start\n");
         std::exit(1);
@@ -159,7 +159,7 @@ void benchThroughput(const char* self, const char* label, int width, int height)
         std::fprintf(stderr, "simulcast_bench: cannot open %s\n", name.c_str());
         std::exit(1);
     }
-    ChildProcess reader = startReader(self, "--read-throughput", name);
+    PipedChild reader = startReader(self, "--read-throughput", name);
     std::vector<std::uint8_t> picture(static_cast<std::size_t>(chunkBytes), 0x40);
     std::int64_t written = 0;
     const auto start = Clock::now();
@@ -200,7 +200,7 @@ void benchLatency(const char* self) {
         std::fprintf(stderr, "simulcast_bench: cannot open %s\n", name.c_str());
         std::exit(1);
     }
-    ChildProcess reader = startReader(self, "--read-latency", name);
+    PipedChild reader = startReader(self, "--read-latency", name);
     for (int i = 0; i < kLatencySamples + 10; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));  // the reader is waiting by then
         auto* chunk = writer.beginChunk();

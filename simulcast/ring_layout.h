@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "simulcast/simulcast_params.h"
+#include "system/ipc/named_objects.h"
 
 namespace ovtx::simulcast::simulcast_channel::v1::detail {
 
@@ -19,6 +20,22 @@ void release(Handle& handle) {
         }
     }
     handle = Handle();
+}
+
+// Gives up a channel's objects in the order both ends close them: data mapping, chunk list, data
+// mutex, data view, parameter mapping, parameter mutex, parameter view.
+template <typename Chunks>
+void releaseChannel(system::ipc::v2::NamedMapping& dataMapping, Chunks& chunks,
+                    system::ipc::v2::NamedMutex& dataMutex, system::ipc::v2::MappedView& dataView,
+                    system::ipc::v2::NamedMapping& paramMapping, system::ipc::v2::NamedMutex& paramMutex,
+                    system::ipc::v2::MappedView& paramView) {
+    release(dataMapping);
+    chunks.clear();
+    release(dataMutex);
+    release(dataView);
+    release(paramMapping);
+    release(paramMutex);
+    release(paramView);
 }
 
 inline bool isChunkAligned(const void* pointer) {

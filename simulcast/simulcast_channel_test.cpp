@@ -14,15 +14,15 @@
 #include "simulcast/simulcast_reader.h"
 #include "simulcast/simulcast_writer.h"
 #include "system/ipc/named_objects.h"
-#include "system/process/child_process.h"
+#include "system/process/piped_child.h"
 
 namespace {
 
 using namespace ovtx::simulcast::simulcast_channel::v1;
 using namespace std::chrono_literals;
 namespace ipc = ovtx::system::ipc::v2;
-using ovtx::system::process::v1::ChildProcess;
 using ovtx::system::process::v1::currentProcessId;
+using ovtx::system::process::v1::PipedChild;
 
 constexpr auto kAnswerTimeout = 30s;
 
@@ -36,7 +36,7 @@ class SimulcastChannelTest : public ::testing::Test {
 
     void TearDown() override {
         // Helpers leave as a consumer would; one that doesn't is killed and reaped.
-        for (ChildProcess& helper : m_helpers) {
+        for (PipedChild& helper : m_helpers) {
             if (helper.valid() && helper.writeLine("exit")) {
                 helper.wait(kAnswerTimeout);
             }
@@ -56,15 +56,15 @@ class SimulcastChannelTest : public ::testing::Test {
         return found;
     }
 
-    ChildProcess& startHelper() {
+    PipedChild& startHelper() {
         const char* binDir = std::getenv("SDI_TAP_BIN_DIR");
         const std::string path = std::string(binDir != nullptr ? binDir : ".") + "/simulcast_test_helper";
-        m_helpers.push_back(ChildProcess::spawn(path, {}));
+        m_helpers.push_back(PipedChild::spawn(path, {}));
         EXPECT_TRUE(m_helpers.back().valid());
         return m_helpers.back();
     }
 
-    static std::string ask(ChildProcess& helper, const std::string& command) {
+    static std::string ask(PipedChild& helper, const std::string& command) {
         if (!helper.writeLine(command)) {
             return "<write failed>";
         }
@@ -86,8 +86,22 @@ class SimulcastChannelTest : public ::testing::Test {
         }
     }
 
+    // One read of 8 bytes by a reader of the test process.
+    struct LocalRead {
+        bool delivered = false;
+        bool discontinuity = false;
+        bool timedOut = false;
+        std::uint64_t payload = 0;
+    };
+    static LocalRead readHere(SimulcastReader& reader, std::uint32_t timeoutMs, std::int32_t bytes = 8) {
+        LocalRead result;
+        result.delivered =
+            reader.read(&result.payload, bytes, timeoutMs, result.discontinuity, result.timedOut);
+        return result;
+    }
+
     std::string m_name;
-    std::deque<ChildProcess> m_helpers;  // a deque keeps references stable
+    std::deque<PipedChild> m_helpers;  // a deque keeps references stable
 };
 
 // A helper's answer to "read": "ok SEQUENCE DISCONTINUITY PAYLOAD".
@@ -162,7 +176,7 @@ TEST_F(SimulcastChannelTest, OpenTwiceOrOddChunksOrClosed_Refused) {
 }
 
 TEST_F(SimulcastChannelTest, WriterInOtherProcess_ReaderGetsChunksInOrderFromSequenceTwo) {
-    ChildProcess& writer = startHelper();
+    PipedChild& writer = startHelper();
     ASSERT_EQ(ask(writer, "wopen " + openCommand(8, 64)), "ok");
     ASSERT_EQ(ask(writer, "write 2"), "ok");  // before the first read: never delivered
 
@@ -170,28 +184,26 @@ TEST_F(SimulcastChannelTest, WriterInOtherProcess_ReaderGetsChunksInOrderFromSeq
     ASSERT_TRUE(reader.open(m_name.c_str()));
     EXPECT_EQ(reader.numChunks(), 8);
     EXPECT_EQ(reader.maxChunkBytes(), 64);
-    std::uint64_t payload = 0;
-    bool discontinuity = false;
-    bool timedOut = false;
-    EXPECT_FALSE(reader.read(&payload, 8, 0, discontinuity, timedOut));
-    EXPECT_TRUE(timedOut);
+    const LocalRead idle = readHere(reader, 0);
+    EXPECT_FALSE(idle.delivered);
+    EXPECT_TRUE(idle.timedOut);
 
     ASSERT_EQ(ask(writer, "write 3"), "ok");
     for (std::uint64_t expected : {4u, 5u, 6u}) {
-        ASSERT_TRUE(reader.read(&payload, 8, 10000, discontinuity, timedOut));
-        EXPECT_EQ(payload, expected);
+        const LocalRead chunk = readHere(reader, 10000);
+        ASSERT_TRUE(chunk.delivered);
+        EXPECT_EQ(chunk.payload, expected);
         EXPECT_EQ(reader.lastSequence(), static_cast<std::int64_t>(expected));
-        EXPECT_EQ(discontinuity, expected == 4u);  // always set on the first chunk
-        EXPECT_FALSE(timedOut);
+        EXPECT_EQ(chunk.discontinuity, expected == 4u);  // always set on the first chunk
+        EXPECT_FALSE(chunk.timedOut);
     }
-    EXPECT_FALSE(reader.read(&payload, 8, 50, discontinuity, timedOut));
-    EXPECT_TRUE(timedOut);
+    EXPECT_TRUE(readHere(reader, 50).timedOut);
 }
 
 TEST_F(SimulcastChannelTest, ReadSizeOutOfRange_FailsWithoutTimeout) {
     SimulcastWriter writer;
     ASSERT_TRUE(writer.open(8, 64, m_name.c_str()));
-    ChildProcess& reader = startHelper();
+    PipedChild& reader = startHelper();
     ASSERT_EQ(ask(reader, "ropen " + m_name), "ok");
     EXPECT_EQ(ask(reader, "read 65 1000"), "fail");
     EXPECT_EQ(ask(reader, "read -1 1000"), "fail");
@@ -201,7 +213,7 @@ TEST_F(SimulcastChannelTest, ReadSizeOutOfRange_FailsWithoutTimeout) {
 TEST_F(SimulcastChannelTest, ReaderInOtherProcess_SeesTheTestsChunks) {
     SimulcastWriter writer;
     ASSERT_TRUE(writer.open(8, 64, m_name.c_str()));
-    ChildProcess& reader = startHelper();
+    PipedChild& reader = startHelper();
     ASSERT_EQ(ask(reader, "ropen " + m_name), "ok");
     ASSERT_EQ(ask(reader, "read 8 0"), "timeout");  // fixes the reader's start
     writeChunks(writer, 2);
@@ -210,7 +222,7 @@ TEST_F(SimulcastChannelTest, ReaderInOtherProcess_SeesTheTestsChunks) {
 }
 
 TEST_F(SimulcastChannelTest, ReaderBeforeWriter_FailsThenSucceeds) {
-    ChildProcess& reader = startHelper();
+    PipedChild& reader = startHelper();
     EXPECT_EQ(ask(reader, "ropen " + m_name), "fail");
     SimulcastWriter writer;
     ASSERT_TRUE(writer.open(8, 64, m_name.c_str()));
@@ -218,7 +230,7 @@ TEST_F(SimulcastChannelTest, ReaderBeforeWriter_FailsThenSucceeds) {
 }
 
 TEST_F(SimulcastChannelTest, ReaderBetweenWritersSteps_FailsThenSucceedsOnRetry) {
-    ChildProcess& writer = startHelper();
+    PipedChild& writer = startHelper();
     ASSERT_EQ(ask(writer, "partial " + openCommand(8, 64)), "ok");
     SimulcastReader reader;
     EXPECT_FALSE(reader.open(m_name.c_str()));  // block filled, data mutex not there yet
@@ -229,7 +241,7 @@ TEST_F(SimulcastChannelTest, ReaderBetweenWritersSteps_FailsThenSucceedsOnRetry)
 TEST_F(SimulcastChannelTest, ReaderFallsBehindRing_DiscontinuityThenIndexOrder) {
     SimulcastWriter writer;
     ASSERT_TRUE(writer.open(8, 64, m_name.c_str()));
-    ChildProcess& reader = startHelper();
+    PipedChild& reader = startHelper();
     ASSERT_EQ(ask(reader, "ropen " + m_name), "ok");
     ASSERT_EQ(ask(reader, "read 8 0"), "timeout");
     writeChunks(writer, 1);
@@ -243,65 +255,63 @@ TEST_F(SimulcastChannelTest, ReaderFallsBehindRing_DiscontinuityThenIndexOrder) 
 
 TEST_F(SimulcastChannelTest, WriterRestartsWithReaderAttached_Discontinuity) {
     SimulcastReader reader;
-    ChildProcess& first = startHelper();
+    PipedChild& first = startHelper();
     ASSERT_EQ(ask(first, "wopen " + openCommand(8, 64)), "ok");
     ASSERT_TRUE(reader.open(m_name.c_str()));
-    std::uint64_t payload = 0;
-    bool discontinuity = false;
-    bool timedOut = false;
-    EXPECT_FALSE(reader.read(&payload, 8, 0, discontinuity, timedOut));
+    EXPECT_TRUE(readHere(reader, 0).timedOut);
     ASSERT_EQ(ask(first, "write 2"), "ok");
-    ASSERT_TRUE(reader.read(&payload, 8, 10000, discontinuity, timedOut));
-    ASSERT_TRUE(reader.read(&payload, 8, 10000, discontinuity, timedOut));
-    EXPECT_FALSE(discontinuity);
+    ASSERT_TRUE(readHere(reader, 10000).delivered);
+    const LocalRead second = readHere(reader, 10000);
+    ASSERT_TRUE(second.delivered);
+    EXPECT_FALSE(second.discontinuity);
     ASSERT_EQ(ask(first, "wclose"), "ok");
     ASSERT_EQ(ask(first, "exit"), "<no answer>");
 
-    ChildProcess& second = startHelper();
-    ASSERT_EQ(ask(second, "wopen " + openCommand(8, 64)), "ok");
-    ASSERT_EQ(ask(second, "write 1"), "ok");
+    PipedChild& restarted = startHelper();
+    ASSERT_EQ(ask(restarted, "wopen " + openCommand(8, 64)), "ok");
+    ASSERT_EQ(ask(restarted, "write 1"), "ok");
     // The reader stands on index 2, cleared by the restart and not written since.
-    ASSERT_TRUE(reader.read(&payload, 8, 10000, discontinuity, timedOut));
-    EXPECT_TRUE(discontinuity);
+    const LocalRead afterRestart = readHere(reader, 10000);
+    ASSERT_TRUE(afterRestart.delivered);
+    EXPECT_TRUE(afterRestart.discontinuity);
     EXPECT_EQ(reader.lastSequence(), 0);
 }
 
 TEST_F(SimulcastChannelTest, WriterKilledHoldingDataMutex_ReaderGoesOn) {
-    ChildProcess& writer = startHelper();
+    PipedChild& writer = startHelper();
     ASSERT_EQ(ask(writer, "wopen " + openCommand(8, 64)), "ok");
     SimulcastReader reader;
     ASSERT_TRUE(reader.open(m_name.c_str()));
-    std::uint64_t payload = 0;
-    bool discontinuity = false;
-    bool timedOut = false;
-    EXPECT_FALSE(reader.read(&payload, 8, 0, discontinuity, timedOut));
+    EXPECT_TRUE(readHere(reader, 0).timedOut);
     ASSERT_EQ(ask(writer, "write 1"), "ok");
-    ASSERT_TRUE(reader.read(&payload, 8, 10000, discontinuity, timedOut));
+    ASSERT_TRUE(readHere(reader, 10000).delivered);
     ASSERT_EQ(ask(writer, "begin"), "begun");
-    ASSERT_TRUE(writer.kill(ChildProcess::Signal::Kill));
+    ASSERT_TRUE(writer.kill(PipedChild::Signal::Kill));
     const auto status = writer.wait(kAnswerTimeout);
     ASSERT_TRUE(status.has_value());
     EXPECT_EQ(status->signal, 9);
 
     // The abandoned mutex is taken; no chunk follows, so the read times out instead of hanging.
-    EXPECT_FALSE(reader.read(&payload, 8, 200, discontinuity, timedOut));
-    EXPECT_TRUE(timedOut);
+    const LocalRead afterDeath = readHere(reader, 200);
+    EXPECT_FALSE(afterDeath.delivered);
+    EXPECT_TRUE(afterDeath.timedOut);
 
     SimulcastWriter successor;
     ASSERT_TRUE(successor.open(8, 64, m_name.c_str()));
     writeChunks(successor, 2);  // the mutex the dead writer held works for the successor
-    ASSERT_TRUE(reader.read(&payload, 8, 10000, discontinuity, timedOut));
-    EXPECT_EQ(payload, 3u);
+    const LocalRead fromSuccessor = readHere(reader, 10000);
+    ASSERT_TRUE(fromSuccessor.delivered);
+    EXPECT_EQ(fromSuccessor.payload, 3u);
 }
 
 TEST_F(SimulcastChannelTest, EveryHolderKilled_FreshOpenAndCloseLeaveNothing) {
-    ChildProcess& writer = startHelper();
-    ChildProcess& reader = startHelper();
+    PipedChild& writer = startHelper();
+    PipedChild& reader = startHelper();
     ASSERT_EQ(ask(writer, "wopen " + openCommand(8, 64)), "ok");
     ASSERT_EQ(ask(reader, "ropen " + m_name), "ok");
     ASSERT_EQ(ask(writer, "begin"), "begun");
-    for (ChildProcess* helper : {&writer, &reader}) {
-        helper->kill(ChildProcess::Signal::Kill);
+    for (PipedChild* helper : {&writer, &reader}) {
+        helper->kill(PipedChild::Signal::Kill);
         ASSERT_TRUE(helper->wait(kAnswerTimeout).has_value());
     }
     SimulcastWriter fresh;

@@ -158,13 +158,8 @@ bool SimulcastReader::read(void* buffer, std::int32_t numBytes, std::uint32_t ti
 }
 
 void SimulcastReader::close() {
-    detail::release(m_dataMapping);
-    m_chunks.clear();
-    detail::release(m_dataMutex);
-    detail::release(m_dataView);
-    detail::release(m_paramMapping);
-    detail::release(m_paramMutex);
-    detail::release(m_paramView);
+    detail::releaseChannel(m_dataMapping, m_chunks, m_dataMutex, m_dataView, m_paramMapping, m_paramMutex,
+                           m_paramView);
     m_sequenceTable = nullptr;
     m_numChunks = 0;
     m_chunkStride = 0;

@@ -1,5 +1,5 @@
-// Picture geometry and frame rate of the format codes a run announces in its format block, as far
-// as a consumer tool needs them to write a playable file.
+// Picture geometry and frame rate of the format codes a run announces in its format block (from
+// the format table of encoding/sdi), as far as a consumer tool needs them to write a playable file.
 #pragma once
 
 #include <cstdint>

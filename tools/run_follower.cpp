@@ -13,7 +13,6 @@
 #include "simulcast/capture_records.h"
 #include "simulcast/simulcast_reader.h"
 #include "system/ipc/named_objects.h"
-#include "system/signals/stop_signals.h"
 #include "tools/media_files.h"
 
 namespace ovtx::tools::simulcast_follow::v1 {
@@ -22,7 +21,6 @@ namespace {
 
 namespace records = simulcast::capture_records::v1;
 namespace ipc = system::ipc::v2;
-namespace signals = system::signals::v1;
 using simulcast::simulcast_channel::v1::SimulcastReader;
 
 constexpr auto kOpenRetryPause = std::chrono::milliseconds(50);
@@ -59,8 +57,8 @@ int depthFromChunk(const FormatGeometry& geometry, std::size_t chunkBytes) {
 // Everything the channel threads share: output, counters, the media files.
 class FollowSession {
   public:
-    FollowSession(const FollowOptions& options, std::ostream& out, std::ostream& err)
-        : m_options(options), m_out(out), m_err(err) {}
+    FollowSession(const FollowOptions& options, std::ostream& out, std::ostream& err, std::atomic<bool>& stop)
+        : m_options(options), m_out(out), m_err(err), m_stop(stop) {}
 
     void followChannel(const std::string& name, RecordKind kind) {
         SimulcastReader reader;
@@ -68,7 +66,7 @@ class FollowSession {
             return;
         }
         std::vector<std::uint8_t> buffer(static_cast<std::size_t>(reader.maxChunkBytes()));
-        while (!signals::stopRequested()) {
+        while (!m_stop.load()) {
             bool discontinuity = false;
             bool timedOut = false;
             if (reader.read(buffer.data(), static_cast<std::int32_t>(buffer.size()), m_options.timeoutMs,
@@ -90,7 +88,7 @@ class FollowSession {
   private:
     bool openWithRetries(SimulcastReader& reader, const std::string& name) {
         bool told = false;
-        while (!signals::stopRequested()) {
+        while (!m_stop.load()) {
             if (reader.open(name.c_str())) {
                 return true;
             }
@@ -108,7 +106,7 @@ class FollowSession {
                  const std::vector<std::uint8_t>& chunk) {
         const std::int64_t index = m_records.fetch_add(1);
         if (m_options.maxRecords > 0 && index >= m_options.maxRecords) {
-            signals::requestStop();
+            m_stop.store(true);
             return;
         }
         const std::string line = summariseRecord(kind, sequence, discontinuity, chunk.data(), chunk.size());
@@ -123,7 +121,7 @@ class FollowSession {
             writeAudio(chunk);
         }
         if (m_options.maxRecords > 0 && index + 1 >= m_options.maxRecords) {
-            signals::requestStop();
+            m_stop.store(true);
         }
     }
 
@@ -131,7 +129,7 @@ class FollowSession {
         std::lock_guard lock(m_outputMutex);
         m_err << "simulcast_follow: " << message << std::endl;
         m_failed = true;
-        signals::requestStop();
+        m_stop.store(true);
     }
 
     std::string portOf(const std::string& channel) const {
@@ -205,6 +203,7 @@ class FollowSession {
     const FollowOptions& m_options;
     std::ostream& m_out;
     std::ostream& m_err;
+    std::atomic<bool>& m_stop;
     std::mutex m_outputMutex;
     std::atomic<std::int64_t> m_records{0};
     std::atomic<bool> m_failed{false};
@@ -227,11 +226,11 @@ std::vector<ChannelToFollow> channelsOf(const FollowOptions& options) {
             {records::channelName(records::kTeletextPrefix, options.portName), RecordKind::Teletext}};
 }
 
-void waitForStop(double seconds) {
+void waitForStop(double seconds, std::atomic<bool>& stop) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!signals::stopRequested()) {
+    while (!stop.load()) {
         if (seconds > 0 && std::chrono::steady_clock::now() >= deadline) {
-            signals::requestStop();
+            stop.store(true);
             break;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -240,13 +239,13 @@ void waitForStop(double seconds) {
 
 }  // namespace
 
-int followRun(const FollowOptions& options, std::ostream& out, std::ostream& err) {
-    auto session = std::make_unique<FollowSession>(options, out, err);
+int followRun(const FollowOptions& options, std::ostream& out, std::ostream& err, std::atomic<bool>& stop) {
+    auto session = std::make_unique<FollowSession>(options, out, err, stop);
     std::vector<std::thread> threads;
     for (const ChannelToFollow& channel : channelsOf(options)) {
         threads.emplace_back([&session, channel] { session->followChannel(channel.name, channel.kind); });
     }
-    waitForStop(options.seconds);
+    waitForStop(options.seconds, stop);
     for (std::thread& thread : threads) {
         thread.join();
     }

@@ -5,13 +5,15 @@
 //   options.portName = "0";
 //   options.maxRecords = 100;
 //   options.y4mPath = "video.y4m";
-//   return followRun(options, std::cout, std::cerr);   // until 100 records or a stop signal
+//   std::atomic<bool> stop{false};                       // set it to stop, e.g. from a signal
+//   return followRun(options, std::cout, std::cerr, stop); // until 100 records or a stop
 //
 // Each channel is followed on a thread of its own, opening with retries until a writer has set
-// it up. A stop comes from the stop flag of system/signals (SIGINT, SIGTERM), from the record
-// limit or from the time limit.
+// it up. A stop comes from the caller's flag, from the record limit or from the time limit; the
+// limits set the flag themselves.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <ostream>
@@ -34,6 +36,6 @@ struct FollowOptions {
 
 // Prints one line per record to `out` and problems to `err`. Returns the process's exit code:
 // 0, or 1 when a file could not be written.
-int followRun(const FollowOptions& options, std::ostream& out, std::ostream& err);
+int followRun(const FollowOptions& options, std::ostream& out, std::ostream& err, std::atomic<bool>& stop);
 
 }  // namespace ovtx::tools::simulcast_follow::v1

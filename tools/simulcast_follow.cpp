@@ -1,16 +1,24 @@
 // simulcast_follow: prints the records of a running sdi_tap's channels, and writes its video and
 // audio to files that ordinary players open.
+#include <atomic>
 #include <cstdlib>
 #include <iostream>
 #include <string>
 #include <string_view>
 
-#include "system/signals/stop_signals.h"
+#include "system/process/process.h"
 #include "tools/run_follower.h"
 
 namespace {
 
 using namespace ovtx::tools::simulcast_follow::v1;
+
+std::atomic<bool> g_stop{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "set from a signal handler");
+
+void onStopSignal() {
+    g_stop.store(true);
+}
 
 constexpr const char* kUsage =
     R"(Usage: simulcast_follow [options] <portName>
@@ -118,6 +126,6 @@ int main(int argc, char** argv) {
         std::cout << kUsage;
         return 0;
     }
-    ovtx::system::signals::v1::installStopSignals();
-    return followRun(options, std::cout, std::cerr);
+    ovtx::system::process::v1::setConsoleControlHandler(&onStopSignal);  // SIGINT, SIGTERM ...
+    return followRun(options, std::cout, std::cerr, g_stop);
 }

@@ -11,13 +11,13 @@
 #include <string>
 #include <vector>
 
-#include "system/process/child_process.h"
+#include "system/process/piped_child.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using ovtx::system::process::v1::ChildProcess;
 using ovtx::system::process::v1::currentProcessId;
+using ovtx::system::process::v1::PipedChild;
 
 constexpr auto kTimeout = 60s;
 
@@ -55,7 +55,7 @@ class SimulcastToolsTest : public ::testing::Test {
             runTool("sdi_tap_stop", {m_port});
             m_run.wait(kTimeout);
         }
-        m_run = ChildProcess();
+        m_run = PipedChild();
         std::filesystem::remove_all(m_dir);
         for (const auto& entry : std::filesystem::directory_iterator("/dev/shm")) {
             EXPECT_EQ(entry.path().filename().string().find(m_port), std::string::npos) << entry.path();
@@ -63,7 +63,7 @@ class SimulcastToolsTest : public ::testing::Test {
     }
 
     void startRun() {
-        m_run = ChildProcess::spawn(binary("tools_test_run"), {m_port});
+        m_run = PipedChild::spawn(binary("tools_test_run"), {m_port});
         ASSERT_EQ(m_run.readLine(kTimeout), "ready");
     }
 
@@ -72,7 +72,7 @@ class SimulcastToolsTest : public ::testing::Test {
         int exitCode = -1;
     };
 
-    static ToolResult finish(ChildProcess& tool) {
+    static ToolResult finish(PipedChild& tool) {
         ToolResult result;
         while (auto line = tool.readLine(kTimeout)) {
             result.lines.push_back(*line);
@@ -83,14 +83,14 @@ class SimulcastToolsTest : public ::testing::Test {
     }
 
     static ToolResult runTool(const std::string& name, const std::vector<std::string>& args) {
-        ChildProcess tool = ChildProcess::spawn(binary(name), args);
+        PipedChild tool = PipedChild::spawn(binary(name), args);
         tool.closeInput();
         return finish(tool);
     }
 
     std::string m_port;
     std::filesystem::path m_dir;
-    ChildProcess m_run;
+    PipedChild m_run;
 };
 
 TEST_F(SimulcastToolsTest, FollowRun_PrintsRecordsAndWritesPlayableFiles) {
@@ -148,9 +148,9 @@ TEST_F(SimulcastToolsTest, FollowRun_PrintsRecordsAndWritesPlayableFiles) {
 TEST_F(SimulcastToolsTest, FollowInterrupted_EndsCleanlyWithCompleteWav) {
     startRun();
     const auto wav = (m_dir / "pair").string();
-    ChildProcess follow = ChildProcess::spawn(binary("simulcast_follow"), {m_port, "--wav", wav});
+    PipedChild follow = PipedChild::spawn(binary("simulcast_follow"), {m_port, "--wav", wav});
     ASSERT_TRUE(follow.readLine(kTimeout).has_value());
-    ASSERT_TRUE(follow.kill(ChildProcess::Signal::Interrupt));
+    ASSERT_TRUE(follow.kill(PipedChild::Signal::Interrupt));
     const ToolResult result = finish(follow);
     EXPECT_EQ(result.exitCode, 0);
     const std::string audio = readFile(wav + "2.wav");

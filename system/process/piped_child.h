@@ -4,10 +4,10 @@
 // The child's standard input and output are pipes to the parent, its standard error is the
 // parent's. A line protocol over them keeps a test and its helper in step:
 //
-//   auto child = ChildProcess::spawn(binDir + "/simulcast_test_helper", {"writer", name});
+//   auto child = PipedChild::spawn(binDir + "/simulcast_test_helper", {"writer", name});
 //   child.writeLine("open 32 1024");
 //   EXPECT_EQ(child.readLine(10s), "ok");
-//   child.kill(ChildProcess::Signal::Kill);
+//   child.kill(PipedChild::Signal::Kill);
 //   auto status = child.wait(10s);   // status->signal == 9
 //
 // A child still running when its object goes is killed and reaped, so a failing test leaves no
@@ -29,21 +29,21 @@ struct ExitStatus {
     int signal = 0;  // the signal that ended it, when not `exited`
 };
 
-class ChildProcess {
+class PipedChild {
   public:
     enum class Signal { Interrupt, Terminate, Kill };
 
     // Starts `path` with `args` (argv[1] on). The parent ignores SIGPIPE from then on, so that
     // writing to a child that has ended fails instead of ending the parent. Invalid (error() set) when it
     // can't be started; a program that can't be executed ends the child with exit code 127.
-    static ChildProcess spawn(const std::string& path, const std::vector<std::string>& args);
+    static PipedChild spawn(const std::string& path, const std::vector<std::string>& args);
 
-    ChildProcess() = default;
-    ChildProcess(ChildProcess&& other) noexcept;
-    ChildProcess& operator=(ChildProcess&& other) noexcept;
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
-    ~ChildProcess();
+    PipedChild() = default;
+    PipedChild(PipedChild&& other) noexcept;
+    PipedChild& operator=(PipedChild&& other) noexcept;
+    PipedChild(const PipedChild&) = delete;
+    PipedChild& operator=(const PipedChild&) = delete;
+    ~PipedChild();
 
     bool valid() const { return m_pid > 0; }
     int error() const { return m_error; }

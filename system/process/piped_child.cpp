@@ -1,4 +1,4 @@
-#include "system/process/child_process.h"
+#include "system/process/piped_child.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -21,13 +21,13 @@ void closeDescriptor(int& fd) {
     }
 }
 
-int toSignalNumber(ChildProcess::Signal signal) {
+int toSignalNumber(PipedChild::Signal signal) {
     switch (signal) {
-        case ChildProcess::Signal::Interrupt:
+        case PipedChild::Signal::Interrupt:
             return SIGINT;
-        case ChildProcess::Signal::Terminate:
+        case PipedChild::Signal::Terminate:
             return SIGTERM;
-        case ChildProcess::Signal::Kill:
+        case PipedChild::Signal::Kill:
             break;
     }
     return SIGKILL;
@@ -39,10 +39,10 @@ std::chrono::steady_clock::time_point deadlineAfter(std::chrono::milliseconds ti
 
 }  // namespace
 
-ChildProcess ChildProcess::spawn(const std::string& path, const std::vector<std::string>& args) {
+PipedChild PipedChild::spawn(const std::string& path, const std::vector<std::string>& args) {
     // A child that has ended must show as a failed write, not end the parent with SIGPIPE.
     ::signal(SIGPIPE, SIG_IGN);
-    ChildProcess child;
+    PipedChild child;
     int input[2] = {-1, -1};
     int output[2] = {-1, -1};
     if (::pipe2(input, O_CLOEXEC) != 0 || ::pipe2(output, O_CLOEXEC) != 0) {
@@ -78,11 +78,11 @@ ChildProcess ChildProcess::spawn(const std::string& path, const std::vector<std:
     return child;
 }
 
-ChildProcess::ChildProcess(ChildProcess&& other) noexcept {
+PipedChild::PipedChild(PipedChild&& other) noexcept {
     *this = std::move(other);
 }
 
-ChildProcess& ChildProcess::operator=(ChildProcess&& other) noexcept {
+PipedChild& PipedChild::operator=(PipedChild&& other) noexcept {
     if (this != &other) {
         reset();
         m_pid = std::exchange(other.m_pid, -1);
@@ -94,11 +94,11 @@ ChildProcess& ChildProcess::operator=(ChildProcess&& other) noexcept {
     return *this;
 }
 
-ChildProcess::~ChildProcess() {
+PipedChild::~PipedChild() {
     reset();
 }
 
-void ChildProcess::reset() {
+void PipedChild::reset() {
     closeDescriptor(m_stdin);
     closeDescriptor(m_stdout);
     if (m_pid > 0) {
@@ -109,7 +109,7 @@ void ChildProcess::reset() {
     m_pending.clear();
 }
 
-bool ChildProcess::writeLine(std::string_view line) {
+bool PipedChild::writeLine(std::string_view line) {
     std::string text(line);
     text.push_back('\n');
     std::size_t written = 0;
@@ -127,11 +127,11 @@ bool ChildProcess::writeLine(std::string_view line) {
     return written == text.size();
 }
 
-void ChildProcess::closeInput() {
+void PipedChild::closeInput() {
     closeDescriptor(m_stdin);
 }
 
-std::optional<std::string> ChildProcess::readLine(std::chrono::milliseconds timeout) {
+std::optional<std::string> PipedChild::readLine(std::chrono::milliseconds timeout) {
     const auto deadline = deadlineAfter(timeout);
     while (true) {
         if (const auto newline = m_pending.find('\n'); newline != std::string::npos) {
@@ -161,11 +161,11 @@ std::optional<std::string> ChildProcess::readLine(std::chrono::milliseconds time
     }
 }
 
-bool ChildProcess::kill(Signal signal) {
+bool PipedChild::kill(Signal signal) {
     return m_pid > 0 && ::kill(m_pid, toSignalNumber(signal)) == 0;
 }
 
-std::optional<ExitStatus> ChildProcess::wait(std::chrono::milliseconds timeout) {
+std::optional<ExitStatus> PipedChild::wait(std::chrono::milliseconds timeout) {
     const auto deadline = deadlineAfter(timeout);
     while (m_pid > 0) {
         int status = 0;

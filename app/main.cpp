@@ -1,0 +1,161 @@
+#include "app/main.h"
+
+#include <algorithm>
+#include <chrono>
+#include <iostream>
+#include <stdexcept>
+#include <thread>
+
+#include "app/run_parameters.h"
+#include "log/console_sink.h"
+#include "log/i_logger.h"
+#include "log/log_file_sink.h"
+#include "log/log_perf.h"
+#include "system/file/file.h"
+#include "system/process/process.h"
+#include "system/registry/registry.h"
+#include "system/sdi/deltacast_io/device_api.h"
+
+namespace ovtx::app::sdi_tap::v1 {
+
+std::atomic<SdiTap*> captureEngine{nullptr};
+std::atomic<bool> keepRunning{true};
+
+namespace {
+
+namespace device = system::sdi::deltacast_io::v1;
+using log::i_logger::v0::ILogger;
+
+constexpr const char* kRegistryKeys[] = {"SOFTWARE\\FirmwareAgent\\CurrentVersion\\",
+                                         "SOFTWARE\\ORVANTA_VTX\\CurrentVersion\\"};
+constexpr std::size_t kPathnameBufferSize = 255;
+constexpr std::size_t kLogHistoryLimit = 50000;
+
+std::uint32_t boardChannelCount(const device::BoardInfo& info) {
+    if (!info.ApiAvailable || info.NbSdiBoard < 1 || !info.PropertiesValid) {
+        return 0;
+    }
+    return static_cast<std::uint32_t>(std::max(0, info.NumRXchannels + info.NumTXchannels));
+}
+
+std::uint32_t boardChannelCount() {
+    try {
+        return boardChannelCount(device::getBoardReport(device::noDeviceApi()));
+    } catch (const device::DeltacastException&) {
+        return 0;
+    }
+}
+
+void waitForStop() {
+    while (keepRunning.load()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+void runPatternPath(ILogger& /*logger*/) {
+    waitForStop();
+}
+
+// Steps 11 to 13 and both paths: what the main routine's own guard covers.
+void runGuardedRegion(const RunParameters& /*parameters*/, bool patternRequested, ILogger& logger) {
+    const device::BoardInfo boardInfo = device::getBoardReport(device::noDeviceApi());
+    const bool boardPresent = boardInfo.ApiAvailable && boardInfo.NbSdiBoard >= 1;
+    if (!boardPresent) {
+        logger.Log(2, "API initialisation Failure");
+    }
+    if (patternRequested || !boardPresent) {
+        if (!patternRequested) {
+            std::cerr << "SDI board not found, switched to pattern mode." << std::endl;
+        }
+        runPatternPath(logger);
+        return;
+    }
+    // A present board needs the capture engine, which this build does not carry yet.
+    runPatternPath(logger);
+}
+
+}  // namespace
+
+void consoleControlHandler() {
+    keepRunning.store(false);
+}
+
+std::string firmwareRootFromPathname(const std::string& pathname) {
+    const std::size_t mark = pathname.find("/App");
+    return mark == std::string::npos ? pathname : pathname.substr(0, mark);
+}
+
+bool findFirmwareRoot(std::string& root) {
+    root = "D:\\FIRMWARE";  // never used: every path that does not overwrite it returns false
+    using system::registry::v1::RegistryKey;
+    std::optional<RegistryKey> key = RegistryKey::open(kRegistryKeys[0]);
+    if (!key) {
+        key = RegistryKey::open(kRegistryKeys[1]);
+    }
+    if (!key) {
+        return false;
+    }
+    const std::optional<std::string> pathname = key->queryValue("Pathname", kPathnameBufferSize);
+    if (!pathname) {
+        return false;
+    }
+    root = firmwareRootFromPathname(*pathname);
+    return true;
+}
+
+std::string composePortName(bool fourHdQuads, std::int32_t sdiPort) {
+    return fourHdQuads ? "4K" : std::to_string(sdiPort);
+}
+
+int mainRoutine(const std::vector<std::string>& arguments) {
+    RunParameters parameters;
+    bool patternRequested = false;
+    log::log_perf::v4::ConsoleSink consoleSink;
+    log::log_perf::v4::LogFileSink fileSink(kLogHistoryLimit);
+    log::log_perf::v4::LibLogPerf logger;
+    logger.AddSink(&consoleSink);
+
+    const std::uint32_t portLimit = std::max<std::uint32_t>(1, boardChannelCount());
+    if (!parseArguments(arguments, parameters, portLimit, patternRequested)) {
+        printUsage(std::cerr, arguments.empty() ? std::string() : arguments[0], portLimit);
+        return kExitFailure;
+    }
+    if (!system::process::v1::setConsoleControlHandler(&consoleControlHandler)) {
+        std::cerr << "Could not set control handler" << std::endl;
+    }
+    std::string firmwareRoot;
+    if (!findFirmwareRoot(firmwareRoot)) {
+        throw std::runtime_error("Could not find firmware root path");
+    }
+    const std::string portName = composePortName(parameters.fourHdQuads, parameters.sdiPort);
+    // An installer would have made the Logs directory; make it when it is missing.
+    system::file::v2::createDirectories(firmwareRoot + "/Logs");
+    fileSink.SetFile(firmwareRoot + "/Logs/sdi_tap." + portName + ".log");
+    logger.AddSink(&fileSink);
+    system::process::v1::raiseToRealtimePriority();
+
+    try {
+        runGuardedRegion(parameters, patternRequested, logger);
+    } catch (const device::DeltacastException& e) {
+        std::cerr << "Deltacast exception:" << e.what() << std::endl;
+        return e.code == device::kDeviceStreamAlreadyUsed ? kExitStreamAlreadyUsed : kExitFailure;
+    } catch (const std::exception& e) {
+        std::cerr << "Exception:" << e.what() << std::endl;
+        return kExitFailure;
+    }
+    return kExitOk;
+}
+
+int processEntry(int argc, char** argv) {
+    system::process::v1::installFaultHandling();
+    try {
+        return mainRoutine(std::vector<std::string>(argv, argv + argc));
+    } catch (const std::exception& e) {
+        std::cerr << "Error: " << e.what() << std::endl;
+    } catch (...) {
+        std::cerr << "Unknown error\n";
+    }
+    return kExitFailure;
+}
+
+}  // namespace ovtx::app::sdi_tap::v1
