@@ -16,15 +16,15 @@
 #include <vector>
 
 #include "pattern/run_test_support.h"
-#include "system/process/child_process.h"
+#include "system/process/piped_child.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using ovtx::pattern::pattern_source::v1::helperBinary;
 using ovtx::pattern::pattern_source::v1::sharedObjectsOf;
-using ovtx::system::process::v1::ChildProcess;
 using ovtx::system::process::v1::currentProcessId;
+using ovtx::system::process::v1::PipedChild;
 namespace fs = std::filesystem;
 
 constexpr auto kTimeout = 60s;
@@ -56,7 +56,7 @@ struct ToolResult {
     int exitCode = -1;
 };
 
-ToolResult finish(ChildProcess& tool) {
+ToolResult finish(PipedChild& tool) {
     ToolResult result;
     while (auto line = tool.readLine(kTimeout)) {
         result.lines.push_back(*line);
@@ -67,12 +67,12 @@ ToolResult finish(ChildProcess& tool) {
 }
 
 ToolResult runTool(const std::string& name, const std::vector<std::string>& args) {
-    ChildProcess tool = ChildProcess::spawn(helperBinary(name), args);
+    PipedChild tool = PipedChild::spawn(helperBinary(name), args);
     tool.closeInput();
     return finish(tool);
 }
 
-int exitCodeOf(ChildProcess& run) {
+int exitCodeOf(PipedChild& run) {
     const auto status = run.wait(kTimeout);
     return status && status->exited ? status->code : -1;
 }
@@ -137,7 +137,7 @@ class PatternE2eTest : public testing::Test {
 
     void TearDown() override {
         if (m_run.valid()) {
-            m_run.kill(ChildProcess::Signal::Kill);
+            m_run.kill(PipedChild::Signal::Kill);
             m_run.wait(kTimeout);
         }
         fs::remove_all(m_dir);
@@ -145,14 +145,14 @@ class PatternE2eTest : public testing::Test {
     }
 
     void startRun(const std::string& format, const std::string& bitDepth) {
-        m_run = ChildProcess::spawn(helperBinary("pattern_loop_helper"),
-                                    {m_port, format, bitDepth, (m_dir / "run.stderr").string()});
+        m_run = PipedChild::spawn(helperBinary("pattern_loop_helper"),
+                                  {m_port, format, bitDepth, (m_dir / "run.stderr").string()});
         ASSERT_TRUE(m_run.valid());
     }
 
     std::string m_port;
     fs::path m_dir;
-    ChildProcess m_run;
+    PipedChild m_run;
 };
 
 TEST_F(PatternE2eTest, FollowedRun_IsContinuousAndEndsBySdiTapStop) {
@@ -165,7 +165,7 @@ TEST_F(PatternE2eTest, FollowedRun_IsContinuousAndEndsBySdiTapStop) {
 TEST_F(PatternE2eTest, TenBitRun_IsContinuousAndEndsByInterrupt) {
     startRun("2", "10");
     followAndCheck(m_port, m_dir, 120, 720, 480, 10);
-    ASSERT_TRUE(m_run.kill(ChildProcess::Signal::Interrupt));
+    ASSERT_TRUE(m_run.kill(PipedChild::Signal::Interrupt));
     EXPECT_EQ(exitCodeOf(m_run), 0);
 }
 
@@ -187,7 +187,7 @@ class SdiTapPatternE2eTest : public testing::Test {
 
     void TearDown() override {
         if (m_daemon.valid()) {
-            m_daemon.kill(ChildProcess::Signal::Kill);
+            m_daemon.kill(PipedChild::Signal::Kill);
             m_daemon.wait(kTimeout);
         }
         if (!m_dir.empty()) {
@@ -197,12 +197,12 @@ class SdiTapPatternE2eTest : public testing::Test {
     }
 
     void startDaemon() {
-        m_daemon = ChildProcess::spawn(helperBinary("sdi_tap"), {"-sdiport", "0", "-videoformat", "3"});
+        m_daemon = PipedChild::spawn(helperBinary("sdi_tap"), {"-sdiport", "0", "-videoformat", "3"});
         ASSERT_TRUE(m_daemon.valid());
     }
 
     fs::path m_dir;
-    ChildProcess m_daemon;
+    PipedChild m_daemon;
 };
 
 TEST_F(SdiTapPatternE2eTest, DefaultRun_IsFollowedAndEndsBySdiTapStop) {
@@ -215,7 +215,7 @@ TEST_F(SdiTapPatternE2eTest, DefaultRun_IsFollowedAndEndsBySdiTapStop) {
 TEST_F(SdiTapPatternE2eTest, DefaultRun_EndsByInterrupt) {
     startDaemon();
     followAndCheck("0", m_dir, 12, 1920, 1080, 8);
-    ASSERT_TRUE(m_daemon.kill(ChildProcess::Signal::Interrupt));
+    ASSERT_TRUE(m_daemon.kill(PipedChild::Signal::Interrupt));
     EXPECT_EQ(exitCodeOf(m_daemon), 0);
 }
 

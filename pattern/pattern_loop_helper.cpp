@@ -14,13 +14,13 @@
 
 #include "log/i_logger.h"
 #include "pattern/pattern_loop.h"
-#include "system/signals/stop_signals.h"
+#include "system/process/process.h"
 
 namespace {
 
 std::atomic<bool> keepRunning{true};
 
-void clearKeepRunning(int /*signalNumber*/) {
+void clearKeepRunning() {
     keepRunning.store(false);
 }
 
@@ -50,7 +50,7 @@ int main(int argc, char** argv) {
     }
     std::ofstream errors(argv[4]);
     std::streambuf* original = std::cerr.rdbuf(errors.rdbuf());
-    ovtx::system::signals::v1::installStopSignals(clearKeepRunning);
+    ovtx::system::process::v1::setConsoleControlHandler(clearKeepRunning);
     StandardErrorLogger logger;
     ovtx::pattern::pattern_source::v1::PatternLoop(argv[1], std::stoi(argv[2]), std::stoi(argv[3]), sampling,
                                                    logger, keepRunning);

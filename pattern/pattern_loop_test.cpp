@@ -20,7 +20,7 @@
 #include "simulcast/simulcast_reader.h"
 #include "system/ipc/generic_shared_memory.h"
 #include "system/ipc/named_objects.h"
-#include "system/process/child_process.h"
+#include "system/process/piped_child.h"
 
 namespace {
 
@@ -31,8 +31,8 @@ using ovtx::simulcast::simulcast_channel::v1::SimulcastReader;
 using ovtx::system::ipc::v2::GenericSharedMemory;
 using ovtx::system::ipc::v2::NamedEvent;
 using ovtx::system::ipc::v2::NamedMapping;
-using ovtx::system::process::v1::ChildProcess;
 using ovtx::system::process::v1::currentProcessId;
+using ovtx::system::process::v1::PipedChild;
 
 constexpr int kFormat = 0;  // 720 x 576 at 25 frames a second: small and quick
 constexpr auto kGenerous = 60s;
@@ -48,15 +48,15 @@ class PatternLoopTest : public testing::Test {
 
     void TearDown() override {
         if (child.valid()) {
-            child.kill(ChildProcess::Signal::Kill);
+            child.kill(PipedChild::Signal::Kill);
             child.wait(kGenerous);
         }
         std::filesystem::remove(errorsFile);
     }
 
     void start(int bitDepth = 8) {
-        child = ChildProcess::spawn(
-            helper, {portName, std::to_string(kFormat), std::to_string(bitDepth), errorsFile});
+        child = PipedChild::spawn(helper,
+                                  {portName, std::to_string(kFormat), std::to_string(bitDepth), errorsFile});
         ASSERT_TRUE(child.valid());
     }
 
@@ -91,7 +91,7 @@ class PatternLoopTest : public testing::Test {
     std::string helper;
     std::string portName;
     std::string errorsFile;
-    ChildProcess child;
+    PipedChild child;
 };
 
 // The contents of a shared block of the run, read under its mutex; the block is let go at once.
@@ -201,7 +201,7 @@ TEST_F(PatternLoopTest, Interrupt_ClearsTheRunFlagAndLeavesNothingInDevShm) {
         bool discontinuity = false;
         readRecord<records::VideoRecordHeader>(video, discontinuity);
     }
-    ASSERT_TRUE(child.kill(ChildProcess::Signal::Interrupt));
+    ASSERT_TRUE(child.kill(PipedChild::Signal::Interrupt));
     EXPECT_EQ(exitCode(), 0);
     EXPECT_EQ(sharedObjectsOf(portName), std::vector<std::string>{});
 }
