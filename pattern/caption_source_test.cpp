@@ -71,7 +71,7 @@ TEST_P(CaptionSourceTest, ReferenceDecoder_ShowsBeepOnlyDuringTheBeeps) {
     for (std::int64_t f = 0; f < frames; ++f) {
         const CaptionEntry& field1 = source.entriesFor(f, period)[0];
         decoder.feedCaptionPair(static_cast<std::uint8_t>(field1.ccData1),
-                                static_cast<std::uint8_t>(field1.ccData2), frameTime(f, period) / 1e7);
+                                static_cast<std::uint8_t>(field1.ccData2));
         const std::string text = decoder.captionText();
         // The beep at time 0 comes before any caption could be loaded.
         const bool expectBeep = beeps.count(f) != 0 && frameTime(f, period) >= kBeepPeriod;
@@ -100,8 +100,7 @@ TEST(CaptionSourceSequenceTest, FrameOutOfSequence_DropsTheQueueAndStartsAgain) 
     std::string duringBeep;
     for (std::int64_t f = 13; f <= 51; ++f) {
         const CaptionEntry& e = source.entriesFor(f, period)[0];
-        decoder.feedCaptionPair(static_cast<std::uint8_t>(e.ccData1), static_cast<std::uint8_t>(e.ccData2),
-                                f / 25.0);
+        decoder.feedCaptionPair(static_cast<std::uint8_t>(e.ccData1), static_cast<std::uint8_t>(e.ccData2));
         if (f == 13) {
             EXPECT_EQ(source.expectedFrame(), 14);
         }

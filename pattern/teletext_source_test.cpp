@@ -69,7 +69,7 @@ TEST_F(TeletextSourceTest, ReferenceDecoder_ReadsBeepOnPage888DuringTheBeepOnly)
     for (std::int64_t f = 0; f < 110; ++f) {
         const std::int64_t start = frameTime(f, period);
         const records::TeletextRecord& record = write(start, frameTime(f + 1, period));
-        decoder.feedTeletextData(data(record), start / 1e7);
+        decoder.feedTeletextData(data(record));
         const std::optional<std::string> text = decoder.teletextText(0x888);
         ASSERT_TRUE(text.has_value()) << "frame " << f;
         const bool inBeep = f % 50 <= 2;

@@ -57,16 +57,21 @@ ZvbiTestDecoder::~ZvbiTestDecoder() {
     vbi_decoder_delete(m_decoder);
 }
 
-void ZvbiTestDecoder::feedCaptionPair(std::uint8_t first, std::uint8_t second, double seconds) {
+double ZvbiTestDecoder::nextFrameTime() {
+    m_time += 0.04;
+    return m_time;
+}
+
+void ZvbiTestDecoder::feedCaptionPair(std::uint8_t first, std::uint8_t second) {
     vbi_sliced sliced{};
     sliced.id = VBI_SLICED_CAPTION_525_F1;
     sliced.line = 21;
     sliced.data[0] = first;
     sliced.data[1] = second;
-    vbi_decode(m_decoder, &sliced, 1, seconds);
+    vbi_decode(m_decoder, &sliced, 1, nextFrameTime());
 }
 
-void ZvbiTestDecoder::feedTeletextData(std::span<const std::uint8_t> data, double seconds) {
+void ZvbiTestDecoder::feedTeletextData(std::span<const std::uint8_t> data) {
     std::vector<vbi_sliced> lines;
     for (std::size_t unit = 1; unit + kDataUnitSize <= data.size(); unit += kDataUnitSize) {
         vbi_sliced sliced{};
@@ -78,7 +83,7 @@ void ZvbiTestDecoder::feedTeletextData(std::span<const std::uint8_t> data, doubl
         }
         lines.push_back(sliced);
     }
-    vbi_decode(m_decoder, lines.data(), static_cast<int>(lines.size()), seconds);
+    vbi_decode(m_decoder, lines.data(), static_cast<int>(lines.size()), nextFrameTime());
 }
 
 std::string ZvbiTestDecoder::captionText() {

@@ -2,7 +2,7 @@
 // fed with what a pattern record carries, read back as text.
 //
 //   ZvbiTestDecoder decoder;
-//   decoder.feedCaptionPair(0x94, 0x2F, frameSeconds);
+//   decoder.feedCaptionPair(0x94, 0x2F);
 //   EXPECT_EQ(decoder.captionText(), "BEEP");
 #pragma once
 
@@ -22,11 +22,15 @@ class ZvbiTestDecoder {
     ZvbiTestDecoder(const ZvbiTestDecoder&) = delete;
     ZvbiTestDecoder& operator=(const ZvbiTestDecoder&) = delete;
 
+    // Each feed is one video frame to the decoder, which expects 25 to 30 of them a second and
+    // takes anything else for dropped frames; the feeds are therefore stamped 1/25 s apart,
+    // whatever the frame rate of the records.
+
     // One CEA-608 byte pair of field 1 (line 21), parity bits included.
-    void feedCaptionPair(std::uint8_t first, std::uint8_t second, double seconds);
+    void feedCaptionPair(std::uint8_t first, std::uint8_t second);
     // The PES data field of a teletext record: data identifier and data units of 46 bytes, whose
     // packets are fed as lines of teletext system B.
-    void feedTeletextData(std::span<const std::uint8_t> data, double seconds);
+    void feedTeletextData(std::span<const std::uint8_t> data);
 
     // The text that caption channel 1 shows, with runs of blanks and empty lines dropped.
     std::string captionText();
@@ -35,7 +39,10 @@ class ZvbiTestDecoder {
     std::optional<std::string> teletextText(int page);
 
   private:
+    double nextFrameTime();
+
     vbi_decoder* m_decoder;
+    double m_time = 0;
 };
 
 }  // namespace ovtx::pattern::pattern_source::v1
