@@ -129,12 +129,14 @@ Declaration<std::vector<std::uint8_t>> declareData();
 template <typename E, typename NameFn>
 Declaration<E> declareEnum(const std::vector<E>& values, NameFn nameOf) {
     std::shared_ptr<const IEnumDecl> decl = GetEnumDecl<E>(values, nameOf);
-    EnumType type = enumTypeOf(*decl);
+    auto type = std::make_shared<const AbstractType>(enumTypeOf(*decl));
+    TypeFunction<EnumType> typeFunction = recordFunction<EnumType>(type);
+    EnumDeclFactory declFactory = [decl] { return decl; };
     return Declaration<E>(
-        [decl](const std::shared_ptr<E>& data) -> std::unique_ptr<IAbstractObject> {
-            return enumOf<E>(data, data.get(), decl)();
+        [declFactory, typeFunction](const std::shared_ptr<E>& data) -> std::unique_ptr<IAbstractObject> {
+            return std::make_unique<EnumVarDeclImpl>(enumNumberOf(data), declFactory, typeFunction);
         },
-        std::move(type));
+        *type);
 }
 
 // A wrapper that lets generic writers read the value but not write it.
