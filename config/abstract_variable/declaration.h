@@ -199,28 +199,17 @@ Declaration<MapContainer> declareMap(const Declaration<Element>& element) {
     return Declaration<MapContainer>(
         [element,
          typeFunction](const std::shared_ptr<MapContainer>& data) -> std::unique_ptr<IAbstractObject> {
-            auto find = [data](const K& id) {
-                auto found = data->find(id);
-                if (found == data->end()) {
-                    throw std::runtime_error("such id does not exist");
-                }
-                return found;
-            };
-            return std::make_unique<Map<K>>(
-                [data] {
-                    std::vector<K> ids;
-                    for (const auto& entry : *data) {
-                        ids.push_back(entry.first);
-                    }
-                    return ids;
-                },
-                [data, element, find](const K& id) {
-                    auto locate = [data, find, id] { return partOf(data, &find(id)->second); };
-                    locate();
-                    return element.locatedFactory(locate);
-                },
-                [data, find](const K& id) { data->erase(find(id)); },
-                [data](const K& id) { data->try_emplace(id); }, typeFunction);
+            auto find = [data](const K& id) { return findId(*data, id); };
+            return std::make_unique<Map<K>>([data] { return keysOf(*data); },
+                                            [data, element, find](const K& id) {
+                                                auto locate = [data, find, id] {
+                                                    return partOf(data, &find(id)->second);
+                                                };
+                                                locate();
+                                                return element.locatedFactory(locate);
+                                            },
+                                            [data, find](const K& id) { data->erase(find(id)); },
+                                            [data](const K& id) { data->try_emplace(id); }, typeFunction);
         },
         *type);
 }

@@ -39,31 +39,18 @@ template <typename K>
 ObjectFactory newMapInstance(const MapType<K>& type) {
     auto elements = std::make_shared<std::map<K, ObjectFactory>>();
     auto elementType = std::make_shared<const AbstractType>(*type.element);
-    auto find = [elements](const K& id) {
-        auto found = elements->find(id);
-        if (found == elements->end()) {
-            throw std::runtime_error("such id does not exist");
-        }
-        return found;
-    };
+    auto find = [elements](const K& id) { return findId(*elements, id); };
     TypeFunction<MapType<K>> typeFunction = constantType(type);
     return [=]() -> std::unique_ptr<IAbstractObject> {
-        return std::make_unique<Map<K>>(
-            [elements] {
-                std::vector<K> ids;
-                for (const auto& entry : *elements) {
-                    ids.push_back(entry.first);
-                }
-                return ids;
-            },
-            [find](const K& id) { return find(id)->second; },
-            [elements, find](const K& id) { elements->erase(find(id)); },
-            [elements, elementType](const K& id) {
-                if (!elements->contains(id)) {
-                    elements->emplace(id, newInstance(*elementType));
-                }
-            },
-            typeFunction);
+        return std::make_unique<Map<K>>([elements] { return keysOf(*elements); },
+                                        [find](const K& id) { return find(id)->second; },
+                                        [elements, find](const K& id) { elements->erase(find(id)); },
+                                        [elements, elementType](const K& id) {
+                                            if (!elements->contains(id)) {
+                                                elements->emplace(id, newInstance(*elementType));
+                                            }
+                                        },
+                                        typeFunction);
     };
 }
 

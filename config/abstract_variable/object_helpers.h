@@ -146,6 +146,27 @@ ObjectFactory enumOf(std::shared_ptr<void> owner, E* field, std::shared_ptr<cons
     };
 }
 
+// The keys of a native map, in its order.
+template <typename MapContainer>
+std::vector<typename MapContainer::key_type> keysOf(const MapContainer& map) {
+    std::vector<typename MapContainer::key_type> keys;
+    keys.reserve(map.size());
+    for (const auto& entry : map) {
+        keys.push_back(entry.first);
+    }
+    return keys;
+}
+
+// The entry of a native map under `id`; fails with "such id does not exist" when absent.
+template <typename MapContainer>
+auto findId(MapContainer& map, const typename MapContainer::key_type& id) {
+    auto found = map.find(id);
+    if (found == map.end()) {
+        throw std::runtime_error("such id does not exist");
+    }
+    return found;
+}
+
 // A struct from one function mapping a child's name to its factory.
 std::unique_ptr<IStruct> newStruct(std::function<ObjectFactory(const std::string&)> child,
                                    TypeFunction<StructType> type);
