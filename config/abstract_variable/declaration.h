@@ -218,13 +218,10 @@ Declaration<MapContainer> declareMap(const Declaration<Element>& element) {
 // Choosing another alternative starts it from its default value; naming an alternative that is not
 // the current one, or an unknown one, fails with "Invalid union type".
 template <typename Variant, typename... Alternatives>
-Declaration<Variant> declareVariant(std::vector<std::string> names,
+Declaration<Variant> declareVariant(std::array<std::string, sizeof...(Alternatives)> names,
                                     const Declaration<Alternatives>&... alternatives) {
     static_assert(std::is_same_v<Variant, std::variant<Alternatives...>>, "one declaration per alternative");
     constexpr std::size_t kCount = sizeof...(Alternatives);
-    if (names.size() != kCount) {
-        throw std::logic_error("declareVariant: one name per alternative");
-    }
     UnionType record;
     std::size_t position = 0;
     ((record.valueTypes.push_back({names[position++], alternatives.type()})), ...);
@@ -239,7 +236,7 @@ Declaration<Variant> declareVariant(std::vector<std::string> names,
             Viewer([alternative = alternatives](const std::shared_ptr<Variant>& data) {
                 return alternative.locatedFactory([data] {
                     if (data->index() != I) {
-                        throw std::runtime_error("Invalid union type");
+                        throw AbstractVariableException("Invalid union type");
                     }
                     return partOf(data, &std::get<I>(*data));
                 });
@@ -248,14 +245,14 @@ Declaration<Variant> declareVariant(std::vector<std::string> names,
     }
     (std::index_sequence_for<Alternatives...>{});
     auto shared = std::make_shared<const decltype(tables)>(std::move(tables));
-    auto sharedNames = std::make_shared<const std::vector<std::string>>(std::move(names));
+    auto sharedNames = std::make_shared<const std::array<std::string, kCount>>(std::move(names));
     auto indexOf = [sharedNames](const std::string& name) {
         for (std::size_t index = 0; index < sharedNames->size(); ++index) {
             if ((*sharedNames)[index] == name) {
                 return index;
             }
         }
-        throw std::runtime_error("Invalid union type");
+        throw AbstractVariableException("Invalid union type");
     };
     return Declaration<Variant>(
         [shared, sharedNames, indexOf,
@@ -270,7 +267,7 @@ Declaration<Variant> declareVariant(std::vector<std::string> names,
                                                [data, shared, indexOf](const std::string& name) {
                                                    const std::size_t index = indexOf(name);
                                                    if (index != data->index()) {
-                                                       throw std::runtime_error("Invalid union type");
+                                                       throw AbstractVariableException("Invalid union type");
                                                    }
                                                    return shared->second[index](data);
                                                },
@@ -416,7 +413,7 @@ class StructDeclaration {
                     [children, data](const std::string& name) {
                         auto found = children->find(name);
                         if (found == children->end()) {
-                            throw std::runtime_error("No such variable: " + name);
+                            throw AbstractVariableException("No such variable: " + name);
                         }
                         return found->second(data);
                     },
@@ -460,7 +457,7 @@ class FullUnionDeclaration {
         auto find = [values](const std::string& name) {
             auto found = values->find(name);
             if (found == values->end()) {
-                throw std::runtime_error("Invalid union type");
+                throw AbstractVariableException("Invalid union type");
             }
             return found;
         };

@@ -142,7 +142,7 @@ ObjectFactory newEnumInstance(const EnumType& type) {
             [value, record](const std::string& name) {
                 const auto& choices = record->choices;
                 if (std::find(choices.begin(), choices.end(), name) == choices.end()) {
-                    throw std::runtime_error("'" + name + "' is not a valid choice in this enum");
+                    throw AbstractVariableException("'" + name + "' is not a valid choice in this enum");
                 }
                 *value = name;
             },
@@ -180,7 +180,7 @@ ObjectFactory newUnionInstance(const UnionType& type) {
                                            [record, storage, typeOf](const std::string& name) {
                                                const AbstractType* alternative = typeOf(name);
                                                if (alternative == nullptr) {
-                                                   throw std::runtime_error("Invalid union type");
+                                                   throw AbstractVariableException("Invalid union type");
                                                }
                                                if (!record->full && name != storage->current) {
                                                    storage->values.clear();
@@ -191,7 +191,7 @@ ObjectFactory newUnionInstance(const UnionType& type) {
                                            [storage](const std::string& name) {
                                                auto found = storage->values.find(name);
                                                if (found == storage->values.end()) {
-                                                   throw std::runtime_error("Invalid union type");
+                                                   throw AbstractVariableException("Invalid union type");
                                                }
                                                return found->second;
                                            },
@@ -253,7 +253,7 @@ ObjectFactory newInstance(const AbstractType& type) {
         case tag::kFile:
             return newFileInstance();
         case tag::kData:
-            throw std::runtime_error("Not implemented: newInstance<DataType>");
+            throw AbstractVariableException("Not implemented: newInstance<DataType>");
         case tag::kReadOnly:
             return newReadOnlyInstance(recordOf<ReadOnlyType>(type));
         case tag::kEnum:
@@ -261,7 +261,7 @@ ObjectFactory newInstance(const AbstractType& type) {
         case tag::kUnion:
             return newUnionInstance(recordOf<UnionType>(type));
         default:
-            throw std::runtime_error("internal assertion failure");
+            throw AbstractVariableException("internal assertion failure");
     }
 }
 

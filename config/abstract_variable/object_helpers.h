@@ -90,14 +90,14 @@ std::unique_ptr<IEnumDecl> GetEnumDecl(const std::vector<E>& values, NameFn name
         std::int32_t fromString(const std::string& text) const override {
             auto found = m_byName.find(text);
             if (found == m_byName.end()) {
-                throw std::runtime_error("No such enum value: [" + text + "]");
+                throw AbstractVariableException("No such enum value: [" + text + "]");
             }
             return found->second;
         }
         std::string toString(std::int32_t value) const override {
             auto found = m_byValue.find(value);
             if (found == m_byValue.end()) {
-                throw std::runtime_error("No such enum value: [" + std::to_string(value) + "]");
+                throw AbstractVariableException("No such enum value: [" + std::to_string(value) + "]");
             }
             return found->second;
         }
@@ -162,7 +162,7 @@ template <typename MapContainer>
 auto findId(MapContainer& map, const typename MapContainer::key_type& id) {
     auto found = map.find(id);
     if (found == map.end()) {
-        throw std::runtime_error("such id does not exist");
+        throw AbstractVariableException("such id does not exist");
     }
     return found;
 }

@@ -77,6 +77,8 @@ TEST(CDynStructTest, CopiesShareTableAndSeeTheSameData) {
 TEST_F(ObjectModelTest, UnknownChild_FailsWithItsName) {
     auto root = convertTo<IStruct>(m_root);
     expectFailure([&] { root->getChild("Missing"); }, "No such variable: Missing");
+    EXPECT_THROW(root->getChild("Missing"), AbstractVariableException);
+    EXPECT_THROW(root->getChild("Missing"), ovtx::cpp_utils::exception_utils::v1::OrvantaException);
 }
 
 TEST_F(ObjectModelTest, FactoryCalledTwice_ViewsSeeEachOthersWrites) {
