@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "app/run_parameters.h"
+#include "app/sdi_tap.h"
 #include "log/console_sink.h"
 #include "log/i_logger.h"
 #include "log/log_file_sink.h"
@@ -56,8 +57,22 @@ void runPatternPath(ILogger& /*logger*/) {
     waitForStop();
 }
 
-// Steps 11 to 13 and both paths: what the main routine's own guard covers.
-void runGuardedRegion(const RunParameters& /*parameters*/, bool patternRequested, ILogger& logger) {
+// The engine is deleted at process exit, not when its loop ends, so that its channels stay
+// readable until then.
+void deleteCaptureEngine() {
+    delete captureEngine.exchange(nullptr);
+}
+
+void runCapturePath(const std::string& portName) {
+    captureEngine.store(new SdiTap(portName));
+    std::atexit(&deleteCaptureEngine);
+    // Opening the board needs the board's SDK, which this build does not link.
+    throw device::DeltacastException(device::kDeviceNotAvailable, "Cannot open board handle");
+}
+
+// What the main routine's own guard covers: the board report, the choice of path and both paths.
+void runGuardedRegion(const RunParameters& /*parameters*/, const std::string& portName, bool patternRequested,
+                      ILogger& logger) {
     const device::BoardInfo boardInfo = device::getBoardReport(device::noDeviceApi());
     const bool boardPresent = boardInfo.ApiAvailable && boardInfo.NbSdiBoard >= 1;
     if (!boardPresent) {
@@ -70,8 +85,7 @@ void runGuardedRegion(const RunParameters& /*parameters*/, bool patternRequested
         runPatternPath(logger);
         return;
     }
-    // A present board needs the capture engine, which this build does not carry yet.
-    runPatternPath(logger);
+    runCapturePath(portName);
 }
 
 }  // namespace
@@ -135,7 +149,7 @@ int mainRoutine(const std::vector<std::string>& arguments) {
     system::process::v1::raiseToRealtimePriority();
 
     try {
-        runGuardedRegion(parameters, patternRequested, logger);
+        runGuardedRegion(parameters, portName, patternRequested, logger);
     } catch (const device::DeltacastException& e) {
         std::cerr << "Deltacast exception:" << e.what() << std::endl;
         return e.code == device::kDeviceStreamAlreadyUsed ? kExitStreamAlreadyUsed : kExitFailure;
