@@ -9,53 +9,21 @@
 
 #include "pattern/caption_source.h"
 #include "pattern/frame_pacer.h"
+#include "pattern/pattern_channels.h"
 #include "pattern/pattern_format.h"
 #include "pattern/pattern_frames.h"
 #include "simulcast/capture_records.h"
-#include "simulcast/simulcast_writer.h"
 #include "system/ipc/generic_shared_memory.h"
 #include "system/ipc/named_objects.h"
 
 namespace ovtx::pattern::pattern_source::v1 {
 
 namespace records = ovtx::simulcast::capture_records::v1;
-using ovtx::simulcast::simulcast_channel::v1::SimulcastWriter;
 using ovtx::system::ipc::v2::GenericSharedMemory;
 using ovtx::system::ipc::v2::NamedEvent;
 using ovtx::system::ipc::v2::WaitResult;
 
 namespace {
-
-// The four channels of a run, opened in the order video, audio, teletext, closed caption.
-struct PatternChannels {
-    SimulcastWriter video;
-    SimulcastWriter audio;
-    SimulcastWriter teletext;
-    SimulcastWriter caption;
-
-    bool open(const std::string& portName, std::int64_t pictureBytes) {
-        const auto videoChunkBytes =
-            static_cast<std::int32_t>(pictureBytes + records::kPatternVideoExtraBytes);
-        return openOne(video, records::kVideoPrefix, portName,
-                       {records::kPatternVideoChunks, videoChunkBytes}) &&
-               openOne(audio, records::kAudioPrefix, portName, records::kPatternAudioSize) &&
-               openOne(teletext, records::kTeletextPrefix, portName, records::kPatternTeletextSize) &&
-               openOne(caption, records::kCaptionPrefix, portName, records::kPatternCaptionSize);
-    }
-
-    void close() {
-        caption.close();
-        teletext.close();
-        audio.close();
-        video.close();
-    }
-
-    static bool openOne(SimulcastWriter& writer, std::string_view prefix, const std::string& portName,
-                        records::ChannelSize size) {
-        const std::string name = records::channelName(prefix, portName);
-        return writer.open(size.numChunks, size.chunkBytes, name.c_str());
-    }
-};
 
 class LoopEnvironment final : public IPaceEnvironment {
   public:
@@ -73,15 +41,6 @@ class LoopEnvironment final : public IPaceEnvironment {
     NamedEvent& m_stopEvent;
     const std::atomic<bool>& m_keepRunning;
 };
-
-// Takes a chunk, fills it and commits it; a writer that isn't open yields no chunk and is passed.
-template <typename Fill>
-void publish(SimulcastWriter& writer, Fill&& fill) {
-    if (auto* chunk = static_cast<std::uint8_t*>(writer.beginChunk())) {
-        fill(chunk);
-        writer.commitChunk();
-    }
-}
 
 void announce(const PatternFormat& format) {
     std::ostringstream rate;
@@ -137,10 +96,7 @@ void PatternLoop(const std::string& portName, int videoFormat, int bitDepth,
     FramePacer pacer(format.period, environment);
 
     pacer.run([&](std::int64_t f) {
-        publish(channels.video, [&](std::uint8_t* chunk) { frames->writeVideo(chunk, f); });
-        publish(channels.audio, [&](std::uint8_t* chunk) { frames->writeAudio(chunk, f); });
-        publish(channels.teletext, [&](std::uint8_t* chunk) { frames->writeTeletext(chunk, f); });
-        publish(channels.caption, [&](std::uint8_t* chunk) { frames->writeCaptions(chunk, f); });
+        channels.publishFrame(*frames, f);
         clockBlock.lock();
         clock->clock = frames->startTime(f);
         clockBlock.unlock();
