@@ -139,7 +139,7 @@ TEST_F(PatternLoopTest, FollowedRun_IsContinuousAndStopsByTheNamedEvent) {
 
     const FrameRational period = patternFormat(kFormat).period;
     std::int64_t previousVideoEnd = -1, previousAudioEnd = -1, firstAudioStart = -1, samples = 0;
-    std::int64_t lastStart = 0;
+    std::int64_t lastFrame = 0;
     for (int i = 0; i < 50; ++i) {  // two seconds of stream
         bool discontinuity = false;
         const auto header = readRecord<records::VideoRecordHeader>(video, discontinuity);
@@ -171,12 +171,14 @@ TEST_F(PatternLoopTest, FollowedRun_IsContinuousAndStopsByTheNamedEvent) {
         bool timedOut = false;
         ASSERT_TRUE(caption.read(captionChunk.data(), 1024, 60000, discontinuity, timedOut));
         ASSERT_EQ(reinterpret_cast<const records::CaptionRecord*>(captionChunk.data())->count, 48);
-        lastStart = header.start;
+        lastFrame = frame;
     }
     EXPECT_EQ(samples, sampleIndexAt(previousAudioEnd, 48000) - sampleIndexAt(firstAudioStart, 48000));
 
+    // The clock moves after a frame's four records are committed: once the last captions are read,
+    // it holds at least the frame before them.
     EXPECT_GE(readBlock<records::ClockBlock>(name(records::kClockPrefix), records::kClockBlockBytes).clock,
-              lastStart);
+              frameTime(lastFrame - 1, period));
 
     NamedEvent stop = NamedEvent::open(name(records::kStopEventPrefix));
     ASSERT_TRUE(stop.valid());
