@@ -1,16 +1,14 @@
 #include "config/abstract_variable/value_json.h"
 
 #include <gtest/gtest.h>
-#include <json/reader.h>
 
 #include <atomic>
 #include <memory>
-#include <sstream>
 
 #include "config/abstract_variable/base64.h"
 #include "config/abstract_variable/declaration.h"
 #include "config/abstract_variable/testing/expect_failure.h"
-#include "config/abstract_variable/testing/fixture_tree.h"
+#include "config/abstract_variable/testing/fixture_helpers.h"
 
 namespace {
 
@@ -19,37 +17,18 @@ using namespace ovtx::config::abstract_variable::testing::v1;
 
 constexpr const char* kIncorrectType = "Cannot unserialize json: incorrect type";
 
-Json::Value parse(const std::string& text) {
-    Json::Value value;
-    std::string errors;
-    std::istringstream stream(text);
-    if (!Json::parseFromStream(Json::CharReaderBuilder(), stream, &value, &errors)) {
-        ADD_FAILURE() << "bad JSON in test: " << errors;
-    }
-    return value;
-}
-
-const AbstractType& childType(const std::string& name) {
-    for (const auto& child : fixtureType().get<StructType>().children) {
-        if (child.name == name) {
-            return *child.type;
-        }
-    }
-    throw std::logic_error("no fixture child " + name);
-}
-
 class ValueJsonTest : public ::testing::Test {
   protected:
     std::unique_ptr<IAbstractObject> child(const std::string& name) {
         return convertTo<IStruct>(m_root)->getChild(name)();
     }
     Json::Value serializeChild(const std::string& name, const std::vector<std::string>& filter = {}) {
-        return SerializeValueToJson(child(name).get(), childType(name), filter);
+        return SerializeValueToJson(child(name).get(), fixtureChildType(name), filter);
     }
     std::string unserializeChild(const std::string& name, const std::string& json, bool allowPartial,
                                  bool parallel = false) {
-        return UnserializeValueFromJson(parse(json), child(name).get(), childType(name), allowPartial,
-                                        parallel);
+        return UnserializeValueFromJson(parseJson(json), child(name).get(), fixtureChildType(name),
+                                        allowPartial, parallel);
     }
 
     std::shared_ptr<FixtureData> m_data = std::make_shared<FixtureData>(makeFixtureData());
@@ -57,7 +36,7 @@ class ValueJsonTest : public ::testing::Test {
 };
 
 TEST_F(ValueJsonTest, Serialize_FixtureTree_GivesTheShapeOfEveryVariety) {
-    const Json::Value expected = parse(R"({
+    const Json::Value expected = parseJson(R"({
         "Int32": 7, "Int64": 1099511627776, "Flag": true, "Text": "hello", "Colour": "Green",
         "Point": {"X": 1, "Y": 2},
         "Points": [{"X": 3, "Y": 4}, {"X": 5, "Y": 6}],
@@ -87,8 +66,9 @@ TEST_F(ValueJsonTest, RoundTrip_RestoresEveryValueStrictly_SerialAndParallel) {
         ObjectFactory target = fixtureTree(other);
         auto structure = convertTo<IStruct>(target);
         for (const auto& member : writable.getMemberNames()) {
-            const std::string log = UnserializeValueFromJson(
-                writable[member], structure->getChild(member)().get(), childType(member), false, parallel);
+            const std::string log =
+                UnserializeValueFromJson(writable[member], structure->getChild(member)().get(),
+                                         fixtureChildType(member), false, parallel);
             EXPECT_EQ(log, "") << member;
         }
         EXPECT_EQ(SerializeValueToJson(target().get(), fixtureType(), {}), saved) << "parallel " << parallel;
@@ -101,8 +81,8 @@ TEST_F(ValueJsonTest, Filter_NullsWholeVarietiesAtAnyDepthAndKeepsTheMember) {
     EXPECT_TRUE(filtered.isMember("Sum"));
     EXPECT_TRUE(filtered["Sum"].isNull());
     EXPECT_TRUE(filtered["Int32"].isNull());
-    EXPECT_EQ(filtered["Point"], parse(R"({"X": null, "Y": null})"));
-    EXPECT_EQ(filtered["Channels"]["0"]["_state_"], parse(R"({"Level": null, "Muted": false})"));
+    EXPECT_EQ(filtered["Point"], parseJson(R"({"X": null, "Y": null})"));
+    EXPECT_EQ(filtered["Channels"]["0"]["_state_"], parseJson(R"({"Level": null, "Muted": false})"));
     EXPECT_EQ(filtered["Text"], "hello");
     // The filter sees the wrapper and, behind it, what it wraps.
     EXPECT_TRUE(filtered["Locked"].isNull());
@@ -112,14 +92,15 @@ TEST_F(ValueJsonTest, Filter_NullsWholeVarietiesAtAnyDepthAndKeepsTheMember) {
 }
 
 TEST_F(ValueJsonTest, TypeThatDoesNotMatch_FailsInBothDirections) {
-    expectFailure([&] { SerializeValueToJson(child("Int32").get(), childType("Text"), {}); },
+    expectFailure([&] { SerializeValueToJson(child("Int32").get(), fixtureChildType("Text"), {}); },
                   "Cannot serialize object : given type does not match the given object");
     expectFailure(
         [&] {
-            UnserializeValueFromJson(parse("\"x\""), child("Int32").get(), childType("Text"), true, false);
+            UnserializeValueFromJson(parseJson("\"x\""), child("Int32").get(), fixtureChildType("Text"), true,
+                                     false);
         },
         "Cannot unserialize object : given type does not match the given object");
-    expectFailure([&] { SerializeValueToJson(child("Locked").get(), childType("Int32"), {}); },
+    expectFailure([&] { SerializeValueToJson(child("Locked").get(), fixtureChildType("Int32"), {}); },
                   "Cannot serialize object : given type does not match the given object");
 }
 
@@ -229,7 +210,7 @@ TEST_F(ValueJsonTest, Containers_ResizeReplaceAndRefuseOtherKinds) {
 TEST_F(ValueJsonTest, Unions_WriteTheChosenAlternativeOrEveryOneWhenFull) {
     EXPECT_EQ(unserializeChild("Choice", R"({"_type_": "Label", "_value_": {"Label": "hi"}})", false), "");
     EXPECT_EQ(std::get<std::string>(m_data->choice), "hi");
-    EXPECT_EQ(serializeChild("Choice"), parse(R"({"_type_": "Label", "_value_": {"Label": "hi"}})"));
+    EXPECT_EQ(serializeChild("Choice"), parseJson(R"({"_type_": "Label", "_value_": {"Label": "hi"}})"));
 
     EXPECT_EQ(
         unserializeChild("Selector",
@@ -264,7 +245,8 @@ TEST_F(ValueJsonTest, FileAndData_TravelAsBase64) {
     const std::vector<std::uint8_t> original = m_data->blob;
     const Json::Value encoded = serializeChild("Blob");
     m_data->blob.clear();
-    EXPECT_EQ(UnserializeValueFromJson(encoded, child("Blob").get(), childType("Blob"), false, false), "");
+    EXPECT_EQ(UnserializeValueFromJson(encoded, child("Blob").get(), fixtureChildType("Blob"), false, false),
+              "");
     EXPECT_EQ(m_data->blob, original);
 }
 
@@ -303,8 +285,8 @@ TEST(Base64Test, Decode_SkipsEveryCharacterOutsideTheAlphabet) {
 
 TEST_F(ValueJsonTest, SizeAndElementIds_AnswerOnlyTheirContainers) {
     EXPECT_EQ(SerializeSizeToJson(child("Points").get()), 2);
-    EXPECT_EQ(SerializeElementIdsToJson(child("ById").get()), parse("[4]"));
-    EXPECT_EQ(SerializeElementIdsToJson(child("Channels").get()), parse("[0]"));
+    EXPECT_EQ(SerializeElementIdsToJson(child("ById").get()), parseJson("[4]"));
+    EXPECT_EQ(SerializeElementIdsToJson(child("Channels").get()), parseJson("[0]"));
     expectFailure([&] { SerializeElementIdsToJson(child("ByName").get()); }, "Operation not supported");
     expectFailure([&] { SerializeSizeToJson(child("ById").get()); }, "Operation not supported");
     expectFailure([&] { SerializeSizeToJson(child("Locked").get()); }, "Operation not supported");
@@ -371,7 +353,8 @@ TEST_F(ConstructableMapJsonTest, MapThatDoesNotKnowItsStateShape_ClearsThroughAT
         },
         inner->getTypeFunction(), false);
     const std::string json = "{\"5\": " + element("five", R"({"Level": 50, "Muted": false})") + "}";
-    EXPECT_EQ(UnserializeValueFromJson(parse(json), &wrapper, childType("Channels"), false, true), "");
+    EXPECT_EQ(UnserializeValueFromJson(parseJson(json), &wrapper, fixtureChildType("Channels"), false, true),
+              "");
     EXPECT_EQ(m_data->channels.ids(), (std::vector<std::int32_t>{5}));
     EXPECT_EQ(m_data->channels.get(5).second, (Channel{50, false}));
     EXPECT_EQ(removals.load(), 2);  // the old element 0 and the temporary one
