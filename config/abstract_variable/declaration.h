@@ -70,6 +70,11 @@ class Declaration {
     }
     // Views over storage that outlives every view (the caller's promise).
     ObjectFactory factory(Native& data) const { return factory(unowned(data)); }
+    // Views over storage found anew at each call, for parts of containers that may move or go:
+    // `locate` fails when the part is gone.
+    ObjectFactory locatedFactory(std::function<std::shared_ptr<Native>()> locate) const {
+        return [view = m_view, locate = std::move(locate)]() { return (*view)(locate()); };
+    }
 
     const AbstractType& type() const { return *m_type; }
     const std::shared_ptr<const AbstractType>& sharedType() const { return m_type; }
@@ -95,9 +100,8 @@ template <typename T>
 Declaration<T> declare() {
     if constexpr (std::is_same_v<T, Void>) {
         return Declaration<T>(
-            [](const std::shared_ptr<T>&) -> std::unique_ptr<IAbstractObject> {
-                return std::make_unique<CDynStruct>(CDynStruct::Children{}, constantType(StructType{}));
-            },
+            [empty = CDynStruct({}, constantType(StructType{}))](const std::shared_ptr<T>&)
+                -> std::unique_ptr<IAbstractObject> { return std::make_unique<CDynStruct>(empty); },
             StructType{});
     } else if constexpr (std::is_same_v<T, FileContent>) {
         return Declaration<T>(
@@ -125,12 +129,14 @@ Declaration<std::vector<std::uint8_t>> declareData();
 template <typename E, typename NameFn>
 Declaration<E> declareEnum(const std::vector<E>& values, NameFn nameOf) {
     std::shared_ptr<const IEnumDecl> decl = GetEnumDecl<E>(values, nameOf);
-    EnumType type = enumTypeOf(*decl);
+    auto type = std::make_shared<const AbstractType>(enumTypeOf(*decl));
+    TypeFunction<EnumType> typeFunction = recordFunction<EnumType>(type);
+    EnumDeclFactory declFactory = [decl] { return decl; };
     return Declaration<E>(
-        [decl](const std::shared_ptr<E>& data) -> std::unique_ptr<IAbstractObject> {
-            return enumOf<E>(data, data.get(), decl)();
+        [declFactory, typeFunction](const std::shared_ptr<E>& data) -> std::unique_ptr<IAbstractObject> {
+            return std::make_unique<EnumVarDeclImpl>(enumNumberOf(data), declFactory, typeFunction);
         },
-        std::move(type));
+        *type);
 }
 
 // A wrapper that lets generic writers read the value but not write it.
@@ -167,10 +173,14 @@ Declaration<Container> declareVector(const Declaration<Element>& element) {
                     return size();
                 },
                 [data, element](std::int32_t index) {
-                    if (index < 0 || static_cast<std::size_t>(index) >= data->size()) {
-                        throw std::out_of_range("invalid vector<T> subscript");
-                    }
-                    return element.factory(partOf(data, &(*data)[static_cast<std::size_t>(index)]));
+                    auto locate = [data, index] {
+                        if (index < 0 || static_cast<std::size_t>(index) >= data->size()) {
+                            throw std::out_of_range("invalid vector<T> subscript");
+                        }
+                        return partOf(data, &(*data)[static_cast<std::size_t>(index)]);
+                    };
+                    locate();
+                    return element.locatedFactory(locate);
                 },
                 typeFunction);
         },
@@ -205,7 +215,9 @@ Declaration<MapContainer> declareMap(const Declaration<Element>& element) {
                     return ids;
                 },
                 [data, element, find](const K& id) {
-                    return element.factory(partOf(data, &find(id)->second));
+                    auto locate = [data, find, id] { return partOf(data, &find(id)->second); };
+                    locate();
+                    return element.locatedFactory(locate);
                 },
                 [data, find](const K& id) { data->erase(find(id)); },
                 [data](const K& id) { data->try_emplace(id); }, typeFunction);
@@ -236,7 +248,12 @@ Declaration<Variant> declareVariant(std::vector<std::string> names,
         std::array<Emplacer, kCount> emplacers = {[](Variant& v) { v.template emplace<I>(); }...};
         std::array<Viewer, kCount> viewers = {
             Viewer([alternative = alternatives](const std::shared_ptr<Variant>& data) {
-                return alternative.factory(partOf(data, &std::get<I>(*data)));
+                return alternative.locatedFactory([data] {
+                    if (data->index() != I) {
+                        throw std::runtime_error("Invalid union type");
+                    }
+                    return partOf(data, &std::get<I>(*data));
+                });
             })...};
         return std::make_pair(emplacers, viewers);
     }
@@ -305,14 +322,19 @@ declareConstructableMap(const Declaration<Config>& configuration, const Declarat
                     return data->ids();
                 },
                 [data, &table, configuration, readOnlyType, state](std::int32_t id) {
-                    std::lock_guard lock(table);
-                    auto& element = data->get(id);
-                    auto config = partOf(data, &element.first);
-                    TypedFactory<IReadOnly> configView = [configuration, readOnlyType, config] {
-                        return std::make_unique<ReadOnlyImpl>(
-                            [configuration, config] { return configuration.factory(config); }, readOnlyType);
+                    auto locate = [data, &table, id] {
+                        std::lock_guard lock(table);
+                        return &data->get(id);
                     };
-                    return ConstructableElement(configView, state.factory(partOf(data, &element.second)));
+                    locate();
+                    ObjectFactory config = configuration.locatedFactory(
+                        [data, locate] { return partOf(data, &locate()->first); });
+                    TypedFactory<IReadOnly> configView = [config, readOnlyType] {
+                        return std::make_unique<ReadOnlyImpl>([config] { return config; }, readOnlyType);
+                    };
+                    return ConstructableElement(configView, state.locatedFactory([data, locate] {
+                        return partOf(data, &locate()->second);
+                    }));
                 },
                 [configuration] { return configuration.factory(std::make_shared<Config>()); },
                 [data, &table, nativeConfiguration](std::int32_t id, IAbstractObject& object) {

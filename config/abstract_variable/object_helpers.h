@@ -121,18 +121,26 @@ std::unique_ptr<IEnumDecl> GetEnumDecl(const std::vector<E>& values, NameFn name
 // The record of an enum: the names of its values in declaration order.
 EnumType enumTypeOf(const IEnumDecl& decl);
 
-// A factory of enum views over one native enum field (any enum whose values fit in int32).
+// The int32 variable behind an enum view: the number of a native enum field.
 template <typename E>
-ObjectFactory enumOf(std::shared_ptr<void> owner, E* field, std::shared_ptr<const IEnumDecl> decl) {
-    std::shared_ptr<E> shared(std::move(owner), field);
-    TypedFactory<IVariable<std::int32_t>> number = [shared] {
+TypedFactory<IVariable<std::int32_t>> enumNumberOf(std::shared_ptr<E> field) {
+    return [field] {
         return GetVariable_Impl<std::int32_t>(
-            [shared] { return static_cast<std::int32_t>(*shared); },
-            [shared](const std::int32_t& value) { *shared = static_cast<E>(value); },
-            leafType<std::int32_t>());
+            [field] { return static_cast<std::int32_t>(*field); },
+            [field](const std::int32_t& value) { *field = static_cast<E>(value); }, leafType<std::int32_t>());
     };
+}
+
+// A factory of enum views over one native enum field (any enum whose values fit in int32).
+// `type` is the enum's record, when the caller already holds it.
+template <typename E>
+ObjectFactory enumOf(std::shared_ptr<void> owner, E* field, std::shared_ptr<const IEnumDecl> decl,
+                     TypeFunction<EnumType> type = nullptr) {
+    TypedFactory<IVariable<std::int32_t>> number = enumNumberOf(std::shared_ptr<E>(std::move(owner), field));
+    if (!type) {
+        type = constantType(enumTypeOf(*decl));
+    }
     EnumDeclFactory declFactory = [decl] { return decl; };
-    TypeFunction<EnumType> type = constantType(enumTypeOf(*decl));
     return [number, declFactory, type]() -> std::unique_ptr<IAbstractObject> {
         return std::make_unique<EnumVarDeclImpl>(number, declFactory, type);
     };

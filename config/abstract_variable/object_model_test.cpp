@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <thread>
 
 #include "config/abstract_variable/declaration.h"
 #include "config/abstract_variable/testing/expect_failure.h"
@@ -102,9 +103,12 @@ TEST_F(ObjectModelTest, Vector_ResizesNativeContainerAndViewsElements) {
     EXPECT_EQ(m_data->points.size(), 3u);
     convertTo<IVariable<std::int32_t>>(convertTo<IStruct>(points->get(1))->getChild("Y"))->set(60);
     EXPECT_EQ(m_data->points[1].y, 60);
+    ObjectFactory last = points->get(2);
+    points->resize(2);
+    EXPECT_THROW(last(), std::out_of_range);
     try {
-        points->get(3);
-        ADD_FAILURE() << "index 3 of 3 accepted";
+        points->get(2);
+        ADD_FAILURE() << "index 2 of 2 accepted";
     } catch (const std::out_of_range& failure) {
         EXPECT_STREQ(failure.what(), "invalid vector<T> subscript");
     }
@@ -129,8 +133,10 @@ TEST_F(ObjectModelTest, Maps_AddRemoveAndFailOnUnknownIds) {
     byId->add(9);
     convertTo<IVariable<std::int32_t>>(convertTo<IStruct>(byId->get(9))->getChild("X"))->set(90);
     EXPECT_EQ(m_data->byId.at(9).x, 90);
+    ObjectFactory four = byId->get(4);
     byId->remove(4);
     expectFailure([&] { byId->get(4); }, "such id does not exist");
+    expectFailure([&] { four(); }, "such id does not exist");  // a factory finds its element anew
     expectFailure([&] { byId->remove(4); }, "such id does not exist");
 
     auto byName = child<IMap<std::string>>("ByName");
@@ -231,6 +237,51 @@ TEST_F(ObjectModelTest, FileAndData_ReadAndWriteNativeBytes) {
     EXPECT_EQ(m_data->blob, (std::vector<std::uint8_t>{'d', 'e'}));
     EXPECT_EQ(reader->receive(buffer, 4), 3u);  // the snapshot taken before the write
     EXPECT_EQ(reader->receive(buffer, 4), 0u);
+}
+
+TEST_F(ObjectModelTest, ConstructableMap_TakesAddsAndReadsFromSeveralThreadsAtOnce) {
+    constexpr int kThreads = 4;
+    constexpr int kPerThread = 50;
+    ObjectFactory channels = convertTo<IStruct>(m_root)->getChild("Channels");
+    std::vector<std::thread> workers;
+    for (int worker = 0; worker < kThreads; ++worker) {
+        workers.emplace_back([channels, worker] {
+            auto map = convertTo<IConstructableObjectMap>(channels);
+            for (int index = 0; index < kPerThread; ++index) {
+                const std::int32_t id = 100 + worker * kPerThread + index;
+                auto settings = map->newConfiguration()();
+                setName(*settings, "channel " + std::to_string(id));
+                map->add(id, *settings);
+                convertTo<IVariable<std::int32_t>>(convertTo<IStruct>(map->get(id).second)->getChild("Level"))
+                    ->set(-id);
+            }
+        });
+    }
+    for (auto& worker : workers) {
+        worker.join();
+    }
+    ASSERT_EQ(m_data->channels.size(), 1u + kThreads * kPerThread);
+    EXPECT_EQ(m_data->channels.get(150).first.name, "channel 150");
+    EXPECT_EQ(m_data->channels.get(150).second.level, -150);
+    EXPECT_EQ(m_data->channels.nextId(), 100 + kThreads * kPerThread);
+}
+
+TEST(DeclarationTest, VoidParameterAndResult_AreEmptyStructs) {
+    struct Counter {
+        int calls = 0;
+    };
+    auto counter = std::make_shared<Counter>();
+    auto declaration = StructDeclaration<Counter>()
+                           .method<Void, Void>("Tick", declare<Void>(), declare<Void>(),
+                                               [](Counter& c, const Void&) { return ++c.calls, Void{}; })
+                           .build();
+    auto tick = convertTo<IFunction>(convertTo<IStruct>(declaration.factory(counter))->getChild("Tick"));
+    auto parameter = tick->newParameter()();
+    auto result = convertTo<IStruct>(tick->call(*parameter));
+    EXPECT_TRUE(result->getTypeFunction()()->children.empty());
+    expectFailure([&] { result->getChild("Anything"); }, "No such variable: Anything");
+    EXPECT_EQ(counter->calls, 1);
+    EXPECT_EQ(getObjectType(*tick), AbstractType(FunctionType{StructType{}, StructType{}}));
 }
 
 TEST(NewInstanceTest, EveryVarietyButData_BuildsObjectsOfItsType) {
