@@ -102,12 +102,12 @@ void LibLogPerf::run() {
 }
 
 void LibLogPerf::dispatch(const LogMessage& message) {
-    std::vector<ILogSink*> sinks;
     {
+        // Reusing the vector keeps allocation out of the callers' lock.
         std::lock_guard lock(m_logMutex);
-        sinks.assign(m_sinks.begin(), m_sinks.end());
+        m_dispatchSinks.assign(m_sinks.begin(), m_sinks.end());
     }
-    for (ILogSink* sink : sinks) {
+    for (ILogSink* sink : m_dispatchSinks) {
         try {
             sink->Log(message.level, &message.timestamp, message.text.c_str());
         } catch (const std::exception& e) {

@@ -27,6 +27,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "log/i_buffer_full_notifier.h"
 #include "log/i_logger.h"
@@ -87,6 +88,7 @@ class LibLogPerf : public ILogPerf {
 
     std::mutex m_logMutex;  // the lock of Log; also guards the sink set
     std::set<ILogSink*> m_sinks;
+    std::vector<ILogSink*> m_dispatchSinks;  // the logger thread's copy of m_sinks
     LogQueue m_queue;
     PerformanceCounters m_counters;
     std::chrono::milliseconds m_reportPeriod;

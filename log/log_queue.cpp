@@ -9,17 +9,19 @@ constexpr const char* kOverflowText = "Overflowed message queue.";
 }
 
 void LogQueue::push(LogMessage message) {
+    // The node is made outside the lock, so that the lock covers no allocation.
+    std::list<LogMessage> node;
+    node.push_back(std::move(message));
     {
         std::lock_guard lock(m_mutex);
         if (m_overflowed) {
             return;
         }
-        if (m_length < kLimit) {
-            m_messages.push_back(std::move(message));
-        } else {
+        if (m_length >= kLimit) {
             m_overflowed = true;
-            m_messages.push_back(LogMessage{0, kOverflowText, currentTimestamp()});
+            node.front() = LogMessage{0, kOverflowText, currentTimestamp()};
         }
+        m_messages.splice(m_messages.end(), node);
         ++m_length;
         ++m_announced;
     }
@@ -41,17 +43,19 @@ LogQueue::Wake LogQueue::wait(std::chrono::milliseconds timeout) {
 }
 
 std::optional<LogMessage> LogQueue::pop() {
-    std::lock_guard lock(m_mutex);
-    if (m_messages.empty()) {
-        return std::nullopt;
+    std::list<LogMessage> node;
+    {
+        std::lock_guard lock(m_mutex);
+        if (m_messages.empty()) {
+            return std::nullopt;
+        }
+        node.splice(node.end(), m_messages, m_messages.begin());
+        --m_length;
+        if (m_length == 0) {
+            m_overflowed = false;
+        }
     }
-    LogMessage message = std::move(m_messages.front());
-    m_messages.pop_front();
-    --m_length;
-    if (m_length == 0) {
-        m_overflowed = false;
-    }
-    return message;
+    return std::move(node.front());
 }
 
 void LogQueue::stop() {

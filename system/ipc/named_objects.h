@@ -28,13 +28,13 @@ enum class WaitResult {
     Acquired,   // the mutex is held, or the event was signalled
     Abandoned,  // the mutex's previous holder died; it is now held and consistent again
     TimedOut,
-    Failed,  // error() of the object tells why
+    Failed,     // error() of the object tells why
 };
 
 // A process's hold on a named file mapping (the page-file section of CreateFileMapping).
 // The object holds exactly the block's bytes from offset 0, zero-filled on creation.
 class NamedMapping {
-  public:
+public:
     // Creates the object at `size` bytes, or joins an existing one whose size then stands.
     // The memory is reserved at creation, so a full /dev/shm fails here and not later.
     static NamedMapping createOrJoin(std::string_view name, std::uint64_t size);
@@ -55,7 +55,7 @@ class NamedMapping {
     // failing system call (error() tells which); the hold is released all the same.
     bool close();
 
-  private:
+private:
     friend class MappedView;
     int m_fd = -1;
     int m_error = 0;
@@ -66,13 +66,12 @@ class NamedMapping {
 // A mapped view of a named mapping. A view keeps its object alive on its own, as on the original
 // platform, so the mapping's handle may be closed before the view is unmapped.
 class MappedView {
-  public:
+public:
     enum class Access { ReadOnly, ReadWrite };
 
     // Maps the first `size` bytes. Fails (EINVAL) when the object is smaller than `size`.
     // `prefault` touches every page once, so that the first lap of a ring runs at memory speed.
-    static MappedView map(const NamedMapping& mapping, std::size_t size, Access access,
-                          bool prefault = false);
+    static MappedView map(const NamedMapping& mapping, std::size_t size, Access access, bool prefault = false);
 
     MappedView() = default;  // invalid
     MappedView(MappedView&& other) noexcept;
@@ -88,7 +87,7 @@ class MappedView {
 
     bool unmap();
 
-  private:
+private:
     void* m_data = nullptr;
     std::size_t m_size = 0;
     int m_holdFd = -1;  // keeps the named object held while the view exists
@@ -98,7 +97,7 @@ class MappedView {
 // A named inter-process mutex (robust, process-shared). A holder that dies hands it to the next
 // waiter, which takes it as acquired (WaitResult::Abandoned) and finds it consistent.
 class NamedMutex {
-  public:
+public:
     static NamedMutex createOrJoin(std::string_view name);  // CreateMutex, not owned at creation
     static NamedMutex open(std::string_view name);          // OpenMutex: fails (ENOENT) when absent
 
@@ -120,7 +119,7 @@ class NamedMutex {
     bool unlock();
     bool close();
 
-  private:
+private:
     int m_fd = -1;
     int m_error = 0;
     void* m_shared = nullptr;  // the mapped mutex state
@@ -129,7 +128,7 @@ class NamedMutex {
 
 // A named event on a futex word in shared memory.
 class NamedEvent {
-  public:
+public:
     enum class Reset { Manual, Auto };
 
     // CreateEvent: the reset kind and the initial state apply when the object is created.
@@ -156,7 +155,7 @@ class NamedEvent {
     WaitResult wait(std::chrono::milliseconds timeout);
     bool close();
 
-  private:
+private:
     int m_fd = -1;
     int m_error = 0;
     void* m_shared = nullptr;  // the mapped event state
