@@ -206,7 +206,18 @@ class ValueUnSerializer : public IObjectVisitor {
     ValueUnSerializer(const AbstractType& type, const Json::Value& json, bool allowPartial, bool parallel)
         : m_type(type), m_json(json), m_allowPartial(allowPartial), m_parallel(parallel) {}
 
-    std::string& log() { return m_log; }
+    // Unserialises one sub-value and appends its log to `log`, even when it fails.
+    static void unserializeInto(std::string& log, IAbstractObject& object, const AbstractType& type,
+                                const Json::Value& json, bool allowPartial, bool parallel) {
+        ValueUnSerializer visitor(type, json, allowPartial, parallel);
+        try {
+            object.accept(visitor);
+        } catch (...) {
+            log += visitor.m_log;
+            throw;
+        }
+        log += visitor.m_log;
+    }
 
     void visit(IUnion& object) override {
         const auto& record = expect<UnionType>();
@@ -414,20 +425,6 @@ class ValueUnSerializer : public IObjectVisitor {
             object.add(key);
             unserialize(object.get(key), element, *member);
         }
-    }
-
-  public:
-    // Unserialises one sub-value and appends its log to `log`, even when it fails.
-    static void unserializeInto(std::string& log, IAbstractObject& object, const AbstractType& type,
-                                const Json::Value& json, bool allowPartial, bool parallel) {
-        ValueUnSerializer visitor(type, json, allowPartial, parallel);
-        try {
-            object.accept(visitor);
-        } catch (...) {
-            log += visitor.m_log;
-            throw;
-        }
-        log += visitor.m_log;
     }
 
   private:
