@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "config/abstract_variable/abstract_type.h"
+#include "cpp_utils/exception_utils/exception_utils.h"
 #include "cpp_utils/stream_io/stream_io.h"
 
 namespace ovtx::config::abstract_variable::lib_abstract_variable::v2 {
@@ -48,6 +49,10 @@ using cpp_utils::stream_io::v1::IStreamSender;
 struct IObjectVisitor;
 struct IAbstractObject;
 struct IReadOnly;
+
+// Failures of the objects, their helpers and visitors. Indices outside a vector fail with
+// std::out_of_range instead, so that callers can tell a missing element from other failures.
+using AbstractVariableException = cpp_utils::exception_utils::v1::ExceptionTemplate<IAbstractObject>;
 
 // Builds a fresh view. Copied freely; whatever it captures must outlive it.
 using ObjectFactory = std::function<std::unique_ptr<IAbstractObject>()>;

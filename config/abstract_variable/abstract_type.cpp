@@ -6,7 +6,7 @@
 namespace ovtx::config::abstract_variable::abstract_type::v1 {
 
 void throwWrongAlternative() {
-    throw std::runtime_error("cannot convert union to given type");
+    throw AbstractTypeException("cannot convert union to given type");
 }
 
 const std::string& varietyName(std::size_t tag) {
@@ -17,7 +17,7 @@ const std::string& varietyName(std::size_t tag) {
         "function",  "file",    "data",
         "read_only", "enum",    "union"};
     if (tag >= kNames.size()) {
-        throw std::runtime_error("internal assertion failure");
+        throw AbstractTypeException("internal assertion failure");
     }
     return kNames[tag];
 }

@@ -21,7 +21,14 @@
 #include <variant>
 #include <vector>
 
+#include "cpp_utils/exception_utils/exception_utils.h"
+
 namespace ovtx::config::abstract_variable::abstract_type::v1 {
+
+class AbstractType;
+
+// Failures of type records and of their JSON form.
+using AbstractTypeException = cpp_utils::exception_utils::v1::ExceptionTemplate<AbstractType>;
 
 // An owning pointer that copies and compares what it points at.
 template <typename T>
@@ -52,8 +59,6 @@ class Box {
   private:
     std::unique_ptr<T> m_value;  // never null, except after a move
 };
-
-class AbstractType;
 
 // A named description: a struct's child or a union's alternative.
 struct NamedType {

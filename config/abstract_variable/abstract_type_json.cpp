@@ -144,7 +144,7 @@ AbstractType UnserializeTypeFromJson(const Json::Value& json) {
         json.isObject() && json.isMember("variety") ? json["variety"].asString() : std::string();
     auto found = readers().find(variety);
     if (found == readers().end()) {
-        throw std::runtime_error("Could not unserialize json : " + variety + " is an unknown variety");
+        throw AbstractTypeException("Could not unserialize json : " + variety + " is an unknown variety");
     }
     return found->second(json);
 }

@@ -199,28 +199,17 @@ Declaration<MapContainer> declareMap(const Declaration<Element>& element) {
     return Declaration<MapContainer>(
         [element,
          typeFunction](const std::shared_ptr<MapContainer>& data) -> std::unique_ptr<IAbstractObject> {
-            auto find = [data](const K& id) {
-                auto found = data->find(id);
-                if (found == data->end()) {
-                    throw std::runtime_error("such id does not exist");
-                }
-                return found;
-            };
-            return std::make_unique<Map<K>>(
-                [data] {
-                    std::vector<K> ids;
-                    for (const auto& entry : *data) {
-                        ids.push_back(entry.first);
-                    }
-                    return ids;
-                },
-                [data, element, find](const K& id) {
-                    auto locate = [data, find, id] { return partOf(data, &find(id)->second); };
-                    locate();
-                    return element.locatedFactory(locate);
-                },
-                [data, find](const K& id) { data->erase(find(id)); },
-                [data](const K& id) { data->try_emplace(id); }, typeFunction);
+            auto find = [data](const K& id) { return findId(*data, id); };
+            return std::make_unique<Map<K>>([data] { return keysOf(*data); },
+                                            [data, element, find](const K& id) {
+                                                auto locate = [data, find, id] {
+                                                    return partOf(data, &find(id)->second);
+                                                };
+                                                locate();
+                                                return element.locatedFactory(locate);
+                                            },
+                                            [data, find](const K& id) { data->erase(find(id)); },
+                                            [data](const K& id) { data->try_emplace(id); }, typeFunction);
         },
         *type);
 }
@@ -229,13 +218,10 @@ Declaration<MapContainer> declareMap(const Declaration<Element>& element) {
 // Choosing another alternative starts it from its default value; naming an alternative that is not
 // the current one, or an unknown one, fails with "Invalid union type".
 template <typename Variant, typename... Alternatives>
-Declaration<Variant> declareVariant(std::vector<std::string> names,
+Declaration<Variant> declareVariant(std::array<std::string, sizeof...(Alternatives)> names,
                                     const Declaration<Alternatives>&... alternatives) {
     static_assert(std::is_same_v<Variant, std::variant<Alternatives...>>, "one declaration per alternative");
     constexpr std::size_t kCount = sizeof...(Alternatives);
-    if (names.size() != kCount) {
-        throw std::logic_error("declareVariant: one name per alternative");
-    }
     UnionType record;
     std::size_t position = 0;
     ((record.valueTypes.push_back({names[position++], alternatives.type()})), ...);
@@ -250,7 +236,7 @@ Declaration<Variant> declareVariant(std::vector<std::string> names,
             Viewer([alternative = alternatives](const std::shared_ptr<Variant>& data) {
                 return alternative.locatedFactory([data] {
                     if (data->index() != I) {
-                        throw std::runtime_error("Invalid union type");
+                        throw AbstractVariableException("Invalid union type");
                     }
                     return partOf(data, &std::get<I>(*data));
                 });
@@ -259,14 +245,14 @@ Declaration<Variant> declareVariant(std::vector<std::string> names,
     }
     (std::index_sequence_for<Alternatives...>{});
     auto shared = std::make_shared<const decltype(tables)>(std::move(tables));
-    auto sharedNames = std::make_shared<const std::vector<std::string>>(std::move(names));
+    auto sharedNames = std::make_shared<const std::array<std::string, kCount>>(std::move(names));
     auto indexOf = [sharedNames](const std::string& name) {
         for (std::size_t index = 0; index < sharedNames->size(); ++index) {
             if ((*sharedNames)[index] == name) {
                 return index;
             }
         }
-        throw std::runtime_error("Invalid union type");
+        throw AbstractVariableException("Invalid union type");
     };
     return Declaration<Variant>(
         [shared, sharedNames, indexOf,
@@ -281,7 +267,7 @@ Declaration<Variant> declareVariant(std::vector<std::string> names,
                                                [data, shared, indexOf](const std::string& name) {
                                                    const std::size_t index = indexOf(name);
                                                    if (index != data->index()) {
-                                                       throw std::runtime_error("Invalid union type");
+                                                       throw AbstractVariableException("Invalid union type");
                                                    }
                                                    return shared->second[index](data);
                                                },
@@ -427,7 +413,7 @@ class StructDeclaration {
                     [children, data](const std::string& name) {
                         auto found = children->find(name);
                         if (found == children->end()) {
-                            throw std::runtime_error("No such variable: " + name);
+                            throw AbstractVariableException("No such variable: " + name);
                         }
                         return found->second(data);
                     },
@@ -471,7 +457,7 @@ class FullUnionDeclaration {
         auto find = [values](const std::string& name) {
             auto found = values->find(name);
             if (found == values->end()) {
-                throw std::runtime_error("Invalid union type");
+                throw AbstractVariableException("Invalid union type");
             }
             return found;
         };

@@ -39,31 +39,18 @@ template <typename K>
 ObjectFactory newMapInstance(const MapType<K>& type) {
     auto elements = std::make_shared<std::map<K, ObjectFactory>>();
     auto elementType = std::make_shared<const AbstractType>(*type.element);
-    auto find = [elements](const K& id) {
-        auto found = elements->find(id);
-        if (found == elements->end()) {
-            throw std::runtime_error("such id does not exist");
-        }
-        return found;
-    };
+    auto find = [elements](const K& id) { return findId(*elements, id); };
     TypeFunction<MapType<K>> typeFunction = constantType(type);
     return [=]() -> std::unique_ptr<IAbstractObject> {
-        return std::make_unique<Map<K>>(
-            [elements] {
-                std::vector<K> ids;
-                for (const auto& entry : *elements) {
-                    ids.push_back(entry.first);
-                }
-                return ids;
-            },
-            [find](const K& id) { return find(id)->second; },
-            [elements, find](const K& id) { elements->erase(find(id)); },
-            [elements, elementType](const K& id) {
-                if (!elements->contains(id)) {
-                    elements->emplace(id, newInstance(*elementType));
-                }
-            },
-            typeFunction);
+        return std::make_unique<Map<K>>([elements] { return keysOf(*elements); },
+                                        [find](const K& id) { return find(id)->second; },
+                                        [elements, find](const K& id) { elements->erase(find(id)); },
+                                        [elements, elementType](const K& id) {
+                                            if (!elements->contains(id)) {
+                                                elements->emplace(id, newInstance(*elementType));
+                                            }
+                                        },
+                                        typeFunction);
     };
 }
 
@@ -155,7 +142,7 @@ ObjectFactory newEnumInstance(const EnumType& type) {
             [value, record](const std::string& name) {
                 const auto& choices = record->choices;
                 if (std::find(choices.begin(), choices.end(), name) == choices.end()) {
-                    throw std::runtime_error("'" + name + "' is not a valid choice in this enum");
+                    throw AbstractVariableException("'" + name + "' is not a valid choice in this enum");
                 }
                 *value = name;
             },
@@ -193,7 +180,7 @@ ObjectFactory newUnionInstance(const UnionType& type) {
                                            [record, storage, typeOf](const std::string& name) {
                                                const AbstractType* alternative = typeOf(name);
                                                if (alternative == nullptr) {
-                                                   throw std::runtime_error("Invalid union type");
+                                                   throw AbstractVariableException("Invalid union type");
                                                }
                                                if (!record->full && name != storage->current) {
                                                    storage->values.clear();
@@ -204,7 +191,7 @@ ObjectFactory newUnionInstance(const UnionType& type) {
                                            [storage](const std::string& name) {
                                                auto found = storage->values.find(name);
                                                if (found == storage->values.end()) {
-                                                   throw std::runtime_error("Invalid union type");
+                                                   throw AbstractVariableException("Invalid union type");
                                                }
                                                return found->second;
                                            },
@@ -266,7 +253,7 @@ ObjectFactory newInstance(const AbstractType& type) {
         case tag::kFile:
             return newFileInstance();
         case tag::kData:
-            throw std::runtime_error("Not implemented: newInstance<DataType>");
+            throw AbstractVariableException("Not implemented: newInstance<DataType>");
         case tag::kReadOnly:
             return newReadOnlyInstance(recordOf<ReadOnlyType>(type));
         case tag::kEnum:
@@ -274,7 +261,7 @@ ObjectFactory newInstance(const AbstractType& type) {
         case tag::kUnion:
             return newUnionInstance(recordOf<UnionType>(type));
         default:
-            throw std::runtime_error("internal assertion failure");
+            throw AbstractVariableException("internal assertion failure");
     }
 }
 

@@ -90,14 +90,14 @@ std::unique_ptr<IEnumDecl> GetEnumDecl(const std::vector<E>& values, NameFn name
         std::int32_t fromString(const std::string& text) const override {
             auto found = m_byName.find(text);
             if (found == m_byName.end()) {
-                throw std::runtime_error("No such enum value: [" + text + "]");
+                throw AbstractVariableException("No such enum value: [" + text + "]");
             }
             return found->second;
         }
         std::string toString(std::int32_t value) const override {
             auto found = m_byValue.find(value);
             if (found == m_byValue.end()) {
-                throw std::runtime_error("No such enum value: [" + std::to_string(value) + "]");
+                throw AbstractVariableException("No such enum value: [" + std::to_string(value) + "]");
             }
             return found->second;
         }
@@ -144,6 +144,27 @@ ObjectFactory enumOf(std::shared_ptr<void> owner, E* field, std::shared_ptr<cons
     return [number, declFactory, type]() -> std::unique_ptr<IAbstractObject> {
         return std::make_unique<EnumVarDeclImpl>(number, declFactory, type);
     };
+}
+
+// The keys of a native map, in its order.
+template <typename MapContainer>
+std::vector<typename MapContainer::key_type> keysOf(const MapContainer& map) {
+    std::vector<typename MapContainer::key_type> keys;
+    keys.reserve(map.size());
+    for (const auto& entry : map) {
+        keys.push_back(entry.first);
+    }
+    return keys;
+}
+
+// The entry of a native map under `id`; fails with "such id does not exist" when absent.
+template <typename MapContainer>
+auto findId(MapContainer& map, const typename MapContainer::key_type& id) {
+    auto found = map.find(id);
+    if (found == map.end()) {
+        throw AbstractVariableException("such id does not exist");
+    }
+    return found;
 }
 
 // A struct from one function mapping a child's name to its factory.

@@ -53,7 +53,7 @@ CDynStruct::CDynStruct(Children children)
 ObjectFactory CDynStruct::getChild(const std::string& name) {
     auto found = m_index->find(name);
     if (found == m_index->end()) {
-        throw std::runtime_error("No such variable: " + name);
+        throw AbstractVariableException("No such variable: " + name);
     }
     return std::get<1>((*m_children)[found->second]);
 }
@@ -65,7 +65,7 @@ ObjectFactory CDynStruct::factory() const {
 
 void VectorImpl::resize(std::int32_t size) {
     if (m_resize(size) != size) {
-        throw std::runtime_error("Cannot resize vector");
+        throw AbstractVariableException("Cannot resize vector");
     }
 }
 

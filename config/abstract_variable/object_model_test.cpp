@@ -48,6 +48,15 @@ TEST_F(ObjectModelTest, EnumField_SetByNumberStoresNativeValueAndReadsBackName) 
     EXPECT_EQ(m_data->colour, Colour::Blue);
 }
 
+TEST(NewVariableTest, StringLeaf_HoldsItsValueAlive) {
+    auto value = std::make_shared<std::string>("first");
+    std::unique_ptr<IVariable<std::string>> leaf = NewVariable_Impl(value);
+    value.reset();
+    leaf->set("second");
+    EXPECT_EQ(leaf->get(), "second");
+    EXPECT_EQ(getTypeString(leaf.get()), "string");
+}
+
 TEST(CDynStructTest, EmptyTable_EveryChildFails) {
     CDynStruct empty({});
     expectFailure([&] { empty.getChild("x"); }, "No such variable: x");
@@ -77,6 +86,8 @@ TEST(CDynStructTest, CopiesShareTableAndSeeTheSameData) {
 TEST_F(ObjectModelTest, UnknownChild_FailsWithItsName) {
     auto root = convertTo<IStruct>(m_root);
     expectFailure([&] { root->getChild("Missing"); }, "No such variable: Missing");
+    EXPECT_THROW(root->getChild("Missing"), AbstractVariableException);
+    EXPECT_THROW(root->getChild("Missing"), ovtx::cpp_utils::exception_utils::v1::OrvantaException);
 }
 
 TEST_F(ObjectModelTest, FactoryCalledTwice_ViewsSeeEachOthersWrites) {

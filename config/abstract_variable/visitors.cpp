@@ -8,13 +8,13 @@ namespace ovtx::config::abstract_variable::lib_abstract_variable::v2 {
 namespace {
 
 [[noreturn]] void notSupported() {
-    throw std::runtime_error("Operation not supported");
+    throw AbstractVariableException("Operation not supported");
 }
 [[noreturn]] void cannotConvert() {
-    throw std::runtime_error("Cannot convert variable");
+    throw AbstractVariableException("Cannot convert variable");
 }
 [[noreturn]] void typeMismatch() {
-    throw std::runtime_error("Cannot copy object : given type does not match the source object");
+    throw AbstractVariableException("Cannot copy object : given type does not match the source object");
 }
 
 constexpr std::size_t kDataCopyBuffer = 1000000;
@@ -112,7 +112,7 @@ void BaseConverter::visit(IStruct&) {
 
 void BaseConverter::visit(IReadOnly& object) {
     if (!m_lookThroughReadOnly) {
-        throw std::runtime_error("Cannot convert read only variable");
+        throw AbstractVariableException("Cannot convert read only variable");
     }
     // The inner view must outlive the pointer that the conversion hands out, so it is kept.
     std::unique_ptr<IAbstractObject> inner = object.getUnderlying()();
@@ -152,8 +152,8 @@ void ValueRecopier::visit(IEnum& source) {
     const EnumType& type = expect<EnumType>();
     const std::string name = source.get();
     if (std::find(type.choices.begin(), type.choices.end(), name) == type.choices.end()) {
-        throw std::runtime_error("Copy object failed: enum value '" + name +
-                                 "' is not a valid choice in the given type");
+        throw AbstractVariableException("Copy object failed: enum value '" + name +
+                                        "' is not a valid choice in the given type");
     }
     convertTo<IEnum>(m_target, true)->set(name);
 }

@@ -27,7 +27,13 @@
 #include <utility>
 #include <vector>
 
+#include "cpp_utils/exception_utils/exception_utils.h"
+
 namespace ovtx::cpp_utils::constructable_object_map::v2 {
+
+struct ConstructableObjectMapTag;
+// Failures of id and configuration rules.
+using ConstructableObjectMapException = exception_utils::v1::ExceptionTemplate<ConstructableObjectMapTag>;
 
 // The configuration of elements that need none.
 struct EmptyConfig {};
@@ -76,7 +82,7 @@ class ConstructableObjectMap {
     // Inserts an element under a chosen id; the next free id moves above it if needed.
     void add(std::int32_t id, Config configuration) {
         if (m_elements.contains(id)) {
-            throw std::runtime_error("such id already exists");
+            throw ConstructableObjectMapException("such id already exists");
         }
         insert(id, std::move(configuration));
         if (m_nextId <= id) {
@@ -86,7 +92,7 @@ class ConstructableObjectMap {
 
     void remove(std::int32_t id) {
         if (m_elements.erase(id) == 0) {
-            throw std::runtime_error("such id does not exist");
+            throw ConstructableObjectMapException("such id does not exist");
         }
         ++m_modificationCounter;
     }
@@ -116,7 +122,8 @@ class ConstructableObjectMap {
     void insert(std::int32_t id, Config configuration) {
         for (const auto& [otherId, element] : m_elements) {
             if (Clash{}(element.first, configuration)) {
-                throw std::runtime_error("An element with such configuration is already in the map");
+                throw ConstructableObjectMapException(
+                    "An element with such configuration is already in the map");
             }
         }
         State state = m_constructor(configuration, id);
@@ -127,7 +134,7 @@ class ConstructableObjectMap {
     Element& find(std::int32_t id) {
         auto found = m_elements.find(id);
         if (found == m_elements.end()) {
-            throw std::runtime_error("such id does not exist");
+            throw ConstructableObjectMapException("such id does not exist");
         }
         return found->second;
     }

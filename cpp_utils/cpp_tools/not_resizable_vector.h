@@ -12,7 +12,12 @@
 #include <stdexcept>
 #include <vector>
 
+#include "cpp_utils/exception_utils/exception_utils.h"
+
 namespace ovtx::cpp_utils::cpp_tools::v1 {
+
+struct NotResizableVectorTag;
+using NotResizableVectorException = exception_utils::v1::ExceptionTemplate<NotResizableVectorTag>;
 
 template <typename T>
 class not_resizable_vector {
@@ -29,7 +34,7 @@ class not_resizable_vector {
     // Accepts only the size the vector already has.
     void resize(std::size_t size) {
         if (size != m_items.size()) {
-            throw std::runtime_error("resize is not allowed");
+            throw NotResizableVectorException("resize is not allowed");
         }
     }
 

@@ -16,7 +16,7 @@
 namespace ovtx::cpp_utils::exception_utils::v1 {
 
 class OrvantaException : public std::runtime_error {
-public:
+  public:
     explicit OrvantaException(const std::string& text) : std::runtime_error(text) {}
     explicit OrvantaException(const char* text) : std::runtime_error(text) {}
 };
@@ -24,7 +24,7 @@ public:
 // Tag is the raising class; it only needs to be declared.
 template <typename Tag>
 class ExceptionTemplate : public OrvantaException {
-public:
+  public:
     using OrvantaException::OrvantaException;
 };
 
