@@ -25,7 +25,7 @@ constexpr std::size_t kFirstDataChunk = 1000;
 template <typename Record>
 const Record& expectRecord(const AbstractType& type, const char* text) {
     if (!type.is<Record>()) {
-        throw std::runtime_error(text);
+        throw AbstractVariableException(text);
     }
     return type.get<Record>();
 }
@@ -69,7 +69,7 @@ bool parseDecimal(const std::string& text, Integer& value) {
 std::int32_t parseKey(const std::string& key) {
     std::int32_t id = 0;
     if (!parseDecimal(key, id)) {
-        throw std::runtime_error("cannot parse: " + key);
+        throw AbstractVariableException("cannot parse: " + key);
     }
     return id;
 }
@@ -199,8 +199,8 @@ class ValueUnSerializer : public IObjectVisitor {
     static constexpr const char* kMismatch =
         "Cannot unserialize object : given type does not match the given object";
 
-    struct InvalidTypeException : std::runtime_error {
-        InvalidTypeException() : std::runtime_error("Cannot unserialize json: incorrect type") {}
+    struct InvalidTypeException : AbstractVariableException {
+        InvalidTypeException() : AbstractVariableException("Cannot unserialize json: incorrect type") {}
     };
 
     ValueUnSerializer(const AbstractType& type, const Json::Value& json, bool allowPartial, bool parallel)
@@ -249,7 +249,7 @@ class ValueUnSerializer : public IObjectVisitor {
             std::find_if(record.valueTypes.begin(), record.valueTypes.end(),
                          [&](const NamedType& alternative) { return alternative.name == current; });
         if (found == record.valueTypes.end()) {
-            throw std::runtime_error("Invalid union type");
+            throw AbstractVariableException("Invalid union type");
         }
         unserializeMember(values, current, object.getValue(current), *found->type);
     }
@@ -263,7 +263,7 @@ class ValueUnSerializer : public IObjectVisitor {
     void visit(IReadOnly&) override {
         expect<ReadOnlyType>();
         if (!m_allowPartial) {
-            throw std::runtime_error("cannot unserialize read only variable");
+            throw AbstractVariableException("cannot unserialize read only variable");
         }
     }
     void visit(IData& object) override {
@@ -332,7 +332,7 @@ class ValueUnSerializer : public IObjectVisitor {
         const Json::Int64 value = m_json.asInt64();
         if (value < std::numeric_limits<std::int32_t>::min() ||
             value > std::numeric_limits<std::int32_t>::max()) {
-            throw std::runtime_error("unsigned integer out of signed int range");
+            throw AbstractVariableException("unsigned integer out of signed int range");
         }
         object.set(static_cast<std::int32_t>(value));
     }
@@ -353,7 +353,7 @@ class ValueUnSerializer : public IObjectVisitor {
                 const std::string text = "Missing child \"" + child.name + "\" in struct";
                 m_log += text + "\n";
                 if (!m_allowPartial) {
-                    throw std::runtime_error(text);
+                    throw AbstractVariableException(text);
                 }
                 continue;
             }
@@ -369,7 +369,7 @@ class ValueUnSerializer : public IObjectVisitor {
             if (!known) {
                 const std::string text = "Unknown child \"" + name + "\" in struct";
                 m_log += text + "\n";
-                throw std::runtime_error(text);
+                throw AbstractVariableException(text);
             }
         }
     }
@@ -395,7 +395,7 @@ class ValueUnSerializer : public IObjectVisitor {
     void require(bool present, const char* logLine, const char* failure) {
         if (!present) {
             m_log += logLine;
-            throw std::runtime_error(failure);
+            throw AbstractVariableException(failure);
         }
     }
 

@@ -59,7 +59,7 @@ const AbstractType* constructableElementStep(const ConstructableObjectMapType& r
     if (next == kState) {
         return &*record.state;
     }
-    throw std::runtime_error(
+    throw AbstractVariableException(
         std::string("The only allowed path after a constructable object map element are '") + kWildcard +
         "/_configuration_' or '" + kWildcard + "/_state_'");
 }
@@ -85,8 +85,9 @@ const AbstractType* typeStep(const AbstractType& type, std::deque<std::string>& 
         case abstract_type::v1::tag::kMap:
         case abstract_type::v1::tag::kMapStr: {
             if (!isElementSegment(take(segments))) {
-                throw std::runtime_error(std::string("The only allowed path after a container element is '") +
-                                         kWildcard + "' or an integer value");
+                throw AbstractVariableException(
+                    std::string("The only allowed path after a container element is '") + kWildcard +
+                    "' or an integer value");
             }
             if (type.is<VectorType>()) {
                 return &*type.get<VectorType>().element;
@@ -96,8 +97,8 @@ const AbstractType* typeStep(const AbstractType& type, std::deque<std::string>& 
         }
         case abstract_type::v1::tag::kConstructableObjectMap:
             if (!isElementSegment(take(segments))) {
-                throw std::runtime_error(std::string("The only allowed path after a container element is ") +
-                                         kWildcard);
+                throw AbstractVariableException(
+                    std::string("The only allowed path after a container element is ") + kWildcard);
             }
             return constructableElementStep(type.get<ConstructableObjectMapType>(), segments, scratch);
         case abstract_type::v1::tag::kFunction: {
@@ -109,14 +110,15 @@ const AbstractType* typeStep(const AbstractType& type, std::deque<std::string>& 
             if (next == kReturn) {
                 return &*record.returnType;
             }
-            throw std::runtime_error(next + " is not a valid value in a Function, next element must be " +
-                                     kParameter + " or " + kReturn);
+            throw AbstractVariableException(next +
+                                            " is not a valid value in a Function, next element must be " +
+                                            kParameter + " or " + kReturn);
         }
         case abstract_type::v1::tag::kStruct: {
             const std::string next = take(segments);
             const NamedType* child = findNamed(type.get<StructType>().children, next);
             if (child == nullptr) {
-                throw std::runtime_error(next + " is not a valid value in this Struct");
+                throw AbstractVariableException(next + " is not a valid value in this Struct");
             }
             return &*child->type;
         }
@@ -132,19 +134,19 @@ const AbstractType* typeStep(const AbstractType& type, std::deque<std::string>& 
                 return &scratch;
             }
             if (next != kUnionValue) {
-                throw std::runtime_error(
+                throw AbstractVariableException(
                     "Only '_type_' and '_value_' are allowed at the beginning of an Union");
             }
             const std::string name = segments.empty() ? std::string() : take(segments);
             const NamedType* alternative = findNamed(record.valueTypes, name);
             if (alternative == nullptr) {
-                throw std::runtime_error(name + " is not a valid value in this Union");
+                throw AbstractVariableException(name + " is not a valid value in this Union");
             }
             return &*alternative->type;
         }
         default:
             // Leaves, enums, files and data have nothing below them.
-            throw std::runtime_error("");
+            throw AbstractVariableException("");
     }
 }
 
@@ -158,7 +160,7 @@ bool parseIndex(const std::string& segment, std::int32_t& value) {
 std::int32_t parseIndexOrFail(const std::string& segment, const char* text) {
     std::int32_t value = 0;
     if (!parseIndex(segment, value)) {
-        throw std::runtime_error(text + segment);
+        throw AbstractVariableException(text + segment);
     }
     return value;
 }
@@ -183,7 +185,7 @@ std::string VariableURLChild::url() const {
 }
 
 void VariableURLChild::invalidResource() const {
-    throw std::runtime_error("Invalid resource: " + url());
+    throw AbstractVariableException("Invalid resource: " + url());
 }
 
 void VariableURLChild::advance(ObjectFactory result, std::size_t consumed) {
@@ -213,11 +215,12 @@ void VariableURLChild::visit(IUnion& object) {
         invalidResource();
     }
     if (!hasSegment(1)) {
-        throw std::runtime_error("Non accessible, incomplete URL : " + url());
+        throw AbstractVariableException("Non accessible, incomplete URL : " + url());
     }
     const std::string current = object.getCurrentType();
     if (segment(1) != current) {
-        throw std::runtime_error("Invalid type value in URL : " + url() + ". Current type is " + current);
+        throw AbstractVariableException("Invalid type value in URL : " + url() + ". Current type is " +
+                                        current);
     }
     advance(object.getValue(current), 2);
 }
@@ -247,7 +250,7 @@ void VariableURLChild::visit(IConstructableObjectMap& object) {
     const std::int32_t id = parseIndexOrFail(segment(), "Invalid map index: ");
     const std::string onlyTwo = ". Only _configuration_ and _state_ are valid resources.";
     if (!hasSegment(1)) {
-        throw std::runtime_error("Invalid resource: " + url() + onlyTwo);
+        throw AbstractVariableException("Invalid resource: " + url() + onlyTwo);
     }
     const std::string& part = segment(1);
     if (part == kConfiguration) {
@@ -256,7 +259,7 @@ void VariableURLChild::visit(IConstructableObjectMap& object) {
     } else if (part == kState) {
         advance(object.get(id).second, 2);
     } else {
-        throw std::runtime_error("Invalid resource: " + url() + onlyTwo);
+        throw AbstractVariableException("Invalid resource: " + url() + onlyTwo);
     }
 }
 
