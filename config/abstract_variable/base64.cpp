@@ -32,40 +32,42 @@ std::uint8_t decodedPlusOne(char character) {
 }  // namespace
 
 std::string base64Encode(const std::uint8_t* bytes, std::size_t size, std::string_view lineBreak) {
-    std::string text;
-    text.reserve((size + 2) / 3 * 4);
-    std::size_t lineUsed = 0;
-    auto put = [&](std::uint32_t sextet) {
-        if (!lineBreak.empty() && lineUsed == kLineLength) {
-            text += lineBreak;
-            lineUsed = 0;
-        }
-        text += kAlphabet[sextet & 0x3f];
-        ++lineUsed;
-    };
+    std::string text((size + 2) / 3 * 4, '=');
+    char* out = text.data();
     std::size_t index = 0;
     for (; index + 3 <= size; index += 3) {
         const std::uint32_t group = (std::uint32_t{bytes[index]} << 16) |
                                     (std::uint32_t{bytes[index + 1]} << 8) | std::uint32_t{bytes[index + 2]};
-        put(group >> 18);
-        put(group >> 12);
-        put(group >> 6);
-        put(group);
+        *out++ = kAlphabet[(group >> 18) & 0x3f];
+        *out++ = kAlphabet[(group >> 12) & 0x3f];
+        *out++ = kAlphabet[(group >> 6) & 0x3f];
+        *out++ = kAlphabet[group & 0x3f];
     }
     const std::size_t rest = size - index;
     if (rest > 0) {
+        // The last group keeps the "=" padding that the text was filled with.
         std::uint32_t group = std::uint32_t{bytes[index]} << 16;
         if (rest == 2) {
             group |= std::uint32_t{bytes[index + 1]} << 8;
         }
-        put(group >> 18);
-        put(group >> 12);
+        *out++ = kAlphabet[(group >> 18) & 0x3f];
+        *out++ = kAlphabet[(group >> 12) & 0x3f];
         if (rest == 2) {
-            put(group >> 6);
+            *out = kAlphabet[(group >> 6) & 0x3f];
         }
-        text.append(rest == 2 ? 1 : 2, '=');
     }
-    return text;
+    if (lineBreak.empty() || text.size() <= kLineLength) {
+        return text;
+    }
+    std::string broken;
+    broken.reserve(text.size() + text.size() / kLineLength * lineBreak.size());
+    for (std::size_t start = 0; start < text.size(); start += kLineLength) {
+        if (start > 0) {
+            broken += lineBreak;
+        }
+        broken.append(text, start, kLineLength);
+    }
+    return broken;
 }
 
 std::vector<std::uint8_t> base64Decode(std::string_view text) {
