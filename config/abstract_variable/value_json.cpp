@@ -4,7 +4,6 @@
 #include <charconv>
 #include <exception>
 #include <limits>
-#include <set>
 #include <stdexcept>
 #include <thread>
 
