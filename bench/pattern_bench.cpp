@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "encoding/sdi/sdi_common.h"
+#include "pattern/caption_source.h"
 #include "pattern/pattern_channels.h"
 #include "pattern/pattern_format.h"
 #include "pattern/pattern_frames.h"
@@ -30,6 +31,7 @@ namespace sdi = ovtx::encoding::sdi::sdi_common::v2;
 using Clock = std::chrono::steady_clock;
 
 constexpr int kChunksPerChannel = 2;
+constexpr std::array<std::uint32_t, 8> kAutoSampling{};
 
 struct Channel {
     Channel(std::size_t bytes) {
@@ -54,10 +56,7 @@ double seconds(Clock::duration d) {
 
 void run(int code, int bitDepth, double budgetSeconds) {
     const PatternFormat format = patternFormat(code);
-    const std::array<std::uint32_t, 8> sampling{};
-    PatternFrames frames(format, bitDepth, sampling,
-                         std::min(captionBudget(format.period),
-                                  captionEntriesThatFit(records::kPatternCaptionSize.chunkBytes)));
+    PatternFrames frames(format, bitDepth, kAutoSampling, patternCaptionEntries(format.period));
     Channel video(
         static_cast<std::size_t>(pictureBytes(format, bitDepth) + records::kPatternVideoExtraBytes));
     Channel audio(static_cast<std::size_t>(records::kPatternAudioSize.chunkBytes));
@@ -95,15 +94,10 @@ void run(int code, int bitDepth, double budgetSeconds) {
     std::fflush(stdout);
 }
 
-}  // namespace
-
 // The whole publication of a frame through the shared-memory rings.
 void runShared(int code, int bitDepth, double budgetSeconds) {
     const PatternFormat format = patternFormat(code);
-    const std::array<std::uint32_t, 8> sampling{};
-    PatternFrames frames(format, bitDepth, sampling,
-                         std::min(captionBudget(format.period),
-                                  captionEntriesThatFit(records::kPatternCaptionSize.chunkBytes)));
+    PatternFrames frames(format, bitDepth, kAutoSampling, patternCaptionEntries(format.period));
     const std::string portName = "pattern_bench_" + std::to_string(Clock::now().time_since_epoch().count());
     PatternChannels channels;
     if (!channels.open(portName, pictureBytes(format, bitDepth))) {
@@ -125,6 +119,8 @@ void runShared(int code, int bitDepth, double budgetSeconds) {
                 fps / format.period.inverted().toDouble());
     channels.close();
 }
+
+}  // namespace
 
 int main(int argc, char** argv) {
     if (argc >= 4 && std::string(argv[1]) == "shm") {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "pattern/pattern_format.h"
+
 namespace ovtx::pattern::pattern_source::v1 {
 
 namespace records = ovtx::simulcast::capture_records::v1;
@@ -45,6 +47,11 @@ std::vector<Cea608Pair> loadPairs(const std::string& text) {
 int captionEntriesThatFit(std::int32_t chunkBytes) {
     const auto head = static_cast<std::int32_t>(offsetof(records::CaptionRecord, entries));
     return std::max(0, (chunkBytes - head) / static_cast<std::int32_t>(sizeof(CaptionEntry)));
+}
+
+int patternCaptionEntries(const FrameRational& framePeriod) {
+    return std::min(captionBudget(framePeriod),
+                    captionEntriesThatFit(records::kPatternCaptionSize.chunkBytes));
 }
 
 void writeCaptionRecord(std::uint8_t* chunk, std::int64_t start, std::int64_t end,

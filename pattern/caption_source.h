@@ -30,6 +30,10 @@ using Cea608Pair = ovtx::encoding::subtitling::v1::Cea608Pair;
 // Entries of 20 bytes that fit in a caption chunk of `chunkBytes` after its 20-byte head.
 int captionEntriesThatFit(std::int32_t chunkBytes);
 
+// Entries of every caption record of a pattern run: the caption budget of `framePeriod`, cut to
+// what a pattern caption chunk holds (which only a format the table doesn't know reaches).
+int patternCaptionEntries(const FrameRational& framePeriod);
+
 // Writes a caption record into `chunk`: start, end, the count and the entries.
 void writeCaptionRecord(std::uint8_t* chunk, std::int64_t start, std::int64_t end,
                         std::span<const CaptionEntry> entries);

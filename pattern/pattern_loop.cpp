@@ -60,7 +60,6 @@ void PatternLoop(const std::string& portName, int videoFormat, int bitDepth,
 
     NamedEvent stopEvent = NamedEvent::createOrJoin(records::channelName(records::kStopEventPrefix, portName),
                                                     NamedEvent::Reset::Manual, false);
-    const int budget = captionBudget(format.period);
 
     GenericSharedMemory formatBlock(records::channelName(records::kVideoFormatPrefix, portName),
                                     records::kPatternFormatBlockBytes);
@@ -85,8 +84,7 @@ void PatternLoop(const std::string& portName, int videoFormat, int bitDepth,
 
     // The caption source and the teletext state come with the test card, whose font is looked up
     // here, before the clock starts, so that the first frames don't start late.
-    const int captionEntries =
-        std::min(budget, captionEntriesThatFit(records::kPatternCaptionSize.chunkBytes));
+    const int captionEntries = patternCaptionEntries(format.period);
     std::optional<PatternFrames> frames(std::in_place, format, bitDepth, audioSampling, captionEntries);
     if (!frames->testCard().hasFont()) {
         logger.Log(1, "No font found for the test card; the panel shows no text");
