@@ -1,6 +1,5 @@
 #include "pattern/pattern_loop.h"
 
-#include <algorithm>
 #include <iomanip>
 #include <iostream>
 #include <optional>
