@@ -1,10 +1,9 @@
 #include "app/main.h"
 
 #include <algorithm>
-#include <chrono>
+#include <cstdlib>
 #include <iostream>
 #include <stdexcept>
-#include <thread>
 
 #include "app/run_parameters.h"
 #include "app/sdi_tap.h"
@@ -12,6 +11,7 @@
 #include "log/i_logger.h"
 #include "log/log_file_sink.h"
 #include "log/log_perf.h"
+#include "pattern/pattern_loop.h"
 #include "system/file/file.h"
 #include "system/process/process.h"
 #include "system/registry/registry.h"
@@ -47,14 +47,9 @@ std::uint32_t boardChannelCount() {
     }
 }
 
-void waitForStop() {
-    while (keepRunning.load()) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-}
-
-void runPatternPath(ILogger& /*logger*/) {
-    waitForStop();
+void runPatternPath(const RunParameters& parameters, const std::string& portName, ILogger& logger) {
+    pattern::pattern_source::v1::PatternLoop(portName, parameters.videoFormat, parameters.use10Bit ? 10 : 8,
+                                             parameters.audioSampling, logger, keepRunning);
 }
 
 // The engine is deleted at process exit, not when its loop ends, so that its channels stay
@@ -71,7 +66,7 @@ void runCapturePath(const std::string& portName) {
 }
 
 // What the main routine's own guard covers: the board report, the choice of path and both paths.
-void runGuardedRegion(const RunParameters& /*parameters*/, const std::string& portName, bool patternRequested,
+void runGuardedRegion(const RunParameters& parameters, const std::string& portName, bool patternRequested,
                       ILogger& logger) {
     const device::BoardInfo boardInfo = device::getBoardReport(device::noDeviceApi());
     const bool boardPresent = boardInfo.ApiAvailable && boardInfo.NbSdiBoard >= 1;
@@ -82,7 +77,7 @@ void runGuardedRegion(const RunParameters& /*parameters*/, const std::string& po
         if (!patternRequested) {
             std::cerr << "SDI board not found, switched to pattern mode." << std::endl;
         }
-        runPatternPath(logger);
+        runPatternPath(parameters, portName, logger);
         return;
     }
     runCapturePath(portName);
@@ -91,6 +86,9 @@ void runGuardedRegion(const RunParameters& /*parameters*/, const std::string& po
 }  // namespace
 
 void consoleControlHandler() {
+    if (SdiTap* engine = captureEngine.load()) {
+        engine->requestStop();
+    }
     keepRunning.store(false);
 }
 

@@ -2,13 +2,16 @@
 #
 #   sdi_add_library(NAME name SRCS a.cpp b.cpp [DEPS dep...] [PRIVATE_DEPS dep...])
 #   sdi_add_executable(NAME name SRCS main.cpp [DEPS dep...])
-#   sdi_add_test(NAME name SRCS a_test.cpp [DEPS dep...] [LABELS label...] [HELPERS target...])
+#   sdi_add_test(NAME name SRCS a_test.cpp [DEPS dep...] [LABELS label...] [HELPERS target...]
+#                [RESOURCE_LOCK resource])
 #   sdi_add_benchmark(NAME name SRCS a_bench.cpp [DEPS dep...])
 #
 # Headers are included from the repository root ("simulcast/simulcast_writer.h").
 # A header-only library passes no SRCS and becomes an INTERFACE target.
 # HELPERS are executables a test starts as separate processes: the test depends on them and finds
 # them through the environment variable SDI_TAP_BIN_DIR (the directory of build/bin).
+# RESOURCE_LOCK keeps tests that share a machine-wide resource (the daemon's port 0) from running
+# at the same time under ctest -j.
 
 function(sdi_add_library)
     cmake_parse_arguments(ARG "" "NAME" "SRCS;DEPS;PRIVATE_DEPS" ${ARGN})
@@ -31,7 +34,7 @@ function(sdi_add_executable)
 endfunction()
 
 function(sdi_add_test)
-    cmake_parse_arguments(ARG "" "NAME" "SRCS;DEPS;LABELS;HELPERS" ${ARGN})
+    cmake_parse_arguments(ARG "" "NAME;RESOURCE_LOCK" "SRCS;DEPS;LABELS;HELPERS" ${ARGN})
     if(NOT SDI_TAP_TESTS)
         return()
     endif()
@@ -44,9 +47,11 @@ function(sdi_add_test)
     if(ARG_LABELS)
         set(labels ${ARG_LABELS})
     endif()
-    gtest_discover_tests(${ARG_NAME}
-        DISCOVERY_MODE PRE_TEST
-        PROPERTIES LABELS "${labels}" ENVIRONMENT "SDI_TAP_BIN_DIR=${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
+    set(properties LABELS "${labels}" ENVIRONMENT "SDI_TAP_BIN_DIR=${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
+    if(ARG_RESOURCE_LOCK)
+        list(APPEND properties RESOURCE_LOCK ${ARG_RESOURCE_LOCK})
+    endif()
+    gtest_discover_tests(${ARG_NAME} DISCOVERY_MODE PRE_TEST PROPERTIES ${properties})
 endfunction()
 
 function(sdi_add_benchmark)

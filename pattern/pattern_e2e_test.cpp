@@ -173,9 +173,6 @@ TEST_F(PatternE2eTest, TenBitRun_IsContinuousAndEndsByInterrupt) {
 class SdiTapPatternE2eTest : public testing::Test {
   protected:
     void SetUp() override {
-#ifndef SDI_TAP_RUNS_PATTERN
-        GTEST_SKIP() << "sdi_tap of this build doesn't run the pattern source";
-#endif
         m_dir = fs::temp_directory_path() / ("sdi_tap_pattern_daemon_" + std::to_string(currentProcessId()));
         const fs::path key = m_dir / "registry" / "SOFTWARE" / "FirmwareAgent" / "CurrentVersion";
         fs::create_directories(key);
