@@ -75,6 +75,9 @@ void runGuardedRegion(const RunParameters& parameters, const std::string& portNa
     }
     if (patternRequested || !boardPresent) {
         if (!patternRequested) {
+            if (parameters.print) {
+                logger.Log(2, "API v%s  Board(s) %d", boardInfo.ApiVersion.c_str(), boardInfo.NbSdiBoard);
+            }
             std::cerr << "SDI board not found, switched to pattern mode." << std::endl;
         }
         runPatternPath(parameters, portName, logger);

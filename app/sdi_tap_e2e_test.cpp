@@ -76,6 +76,17 @@ TEST_F(SdiTapBinaryTest, PatternRunStopsOnConsoleSignalsWithExitZero) {
     }
 }
 
+TEST_F(SdiTapBinaryTest, PrintReportsTheMissingApiBeforeSwitching) {
+    installRoot();
+    ChildProcess daemon = start({"-sdiport", "0", "-videoformat", "3", "-print"});
+    ASSERT_TRUE(daemon.waitForOutput("SDI board not found, switched to pattern mode.", seconds(60)))
+        << daemon.standardError();
+    daemon.signal(SIGINT);
+    EXPECT_EQ(daemon.waitExitCode(seconds(60)), 0);
+    const auto lines = readLogFile((root() / "Logs" / "sdi_tap.0.log").string());
+    EXPECT_TRUE(containsText(lines, "API v0.0.0  Board(s) 0"));
+}
+
 TEST_F(SdiTapBinaryTest, PatternSwitchSaysNothingAboutTheBoard) {
     installRoot();
     ChildProcess daemon = start({"-SDIPORT", "0", "-videoformat", "3", "-pattern"});
