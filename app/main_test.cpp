@@ -1,7 +1,7 @@
 #include "app/main.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include "system/process/piped_child.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -30,7 +30,8 @@ TEST(PortNameTest, DecimalPortOrFourK) {
 class FindFirmwareRootTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        m_root = fs::temp_directory_path() / ("sdi_tap_root_test_" + std::to_string(::getpid()));
+        m_root = fs::temp_directory_path() /
+                 ("sdi_tap_root_test_" + std::to_string(ovtx::system::process::v1::currentProcessId()));
         ::setenv("SDI_TAP_REGISTRY", m_root.c_str(), 1);
     }
     void TearDown() override {

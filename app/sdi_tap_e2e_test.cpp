@@ -1,6 +1,6 @@
 // The daemon binary end to end: exit codes and standard-error texts of whole runs.
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include "system/process/piped_child.h"
 
 #include <csignal>
 #include <filesystem>
@@ -22,8 +22,9 @@ class SdiTapBinaryTest : public ::testing::Test {
   protected:
     void SetUp() override {
         const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
-        m_dir =
-            fs::temp_directory_path() / ("sdi_tap_e2e_" + std::to_string(::getpid()) + "_" + test->name());
+        m_dir = fs::temp_directory_path() /
+                ("sdi_tap_e2e_" + std::to_string(ovtx::system::process::v1::currentProcessId()) + "_" +
+                 test->name());
         fs::create_directories(m_dir / "registry");
     }
     void TearDown() override { fs::remove_all(m_dir); }
