@@ -1,11 +1,14 @@
 #include "encoding/sdi/sdi_common.h"
 
 #include <array>
-#include <cstdio>
 #include <stdexcept>
+
+#include "cpp_utils/cpp_tools/string_format.h"
 
 namespace ovtx::encoding::sdi::sdi_common::v2 {
 namespace {
+
+using cpp_utils::cpp_tools::v1::formatText;
 
 constexpr std::string_view kSmpte274 = "SMPTE 274M";
 constexpr std::string_view kSmpte296 = "SMPTE 296M";
@@ -54,21 +57,10 @@ const FormatTableRow& rowOrThrow(std::int32_t code) {
 }
 
 std::string rateText(std::int64_t numerator, std::int64_t denominator) {
-    char text[32];
     if (denominator == 1) {
-        std::snprintf(text, sizeof text, "%d", static_cast<int>(numerator));
-    } else {
-        std::snprintf(text, sizeof text, "%.2f",
-                      static_cast<double>(numerator) / static_cast<double>(denominator));
+        return formatText("%d", static_cast<int>(numerator));
     }
-    return text;
-}
-
-template <typename... Args>
-std::string format(const char* pattern, Args... args) {
-    char text[128];
-    std::snprintf(text, sizeof text, pattern, args...);
-    return text;
+    return formatText("%.2f", static_cast<double>(numerator) / static_cast<double>(denominator));
 }
 
 }  // namespace
@@ -103,16 +95,16 @@ std::string scanLetter(std::int32_t code) {
 
 std::string formatShortText(std::int32_t code) {
     const FormatTableRow& row = rowOrThrow(code);
-    return format("%dx%d%s %s fps", row.width, row.height, scanLetter(code).c_str(),
-                  rateText(row.rateNumerator, row.rateDenominator).c_str());
+    return formatText("%dx%d%s %s fps", row.width, row.height, scanLetter(code).c_str(),
+                      rateText(row.rateNumerator, row.rateDenominator).c_str());
 }
 
 std::string formatLongText(std::int32_t code) {
     const std::string norm = standardNorm(code);
     const std::string scan = scanLetter(code);
     const FormatTableRow& row = rowOrThrow(code);
-    return format("Video format : %s - %d%s @ %sHz", norm.c_str(), row.height, scan.c_str(),
-                  rateText(row.rateNumerator, row.rateDenominator).c_str());
+    return formatText("Video format : %s - %d%s @ %sHz", norm.c_str(), row.height, scan.c_str(),
+                      rateText(row.rateNumerator, row.rateDenominator).c_str());
 }
 
 SDI_VIDEO_STANDARD formatFromBoard(std::uint32_t boardStandard, std::uint32_t clockDivisor) {

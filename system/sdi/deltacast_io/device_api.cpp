@@ -1,10 +1,13 @@
 #include "system/sdi/deltacast_io/device_api.h"
 
 #include <array>
-#include <cstdio>
+
+#include "cpp_utils/cpp_tools/string_format.h"
 
 namespace ovtx::system::sdi::deltacast_io::v1 {
 namespace {
+
+using cpp_utils::cpp_tools::v1::formatText;
 
 constexpr std::array<const char*, 37> kDeviceErrorTexts{
     "No error",
@@ -61,13 +64,6 @@ class NoDeviceApi final : public DeviceApi {
     }
 };
 
-template <typename... Args>
-std::string format(const char* pattern, Args... args) {
-    char text[64];
-    std::snprintf(text, sizeof text, pattern, args...);
-    return text;
-}
-
 }  // namespace
 
 const char* deviceErrorText(std::uint32_t code) {
@@ -89,8 +85,8 @@ DeviceApi& noDeviceApi() {
 }
 
 std::string versionText(std::uint32_t version) {
-    return format("%d.%d.%d", static_cast<int>(version >> 24), static_cast<int>((version >> 16) & 0xFF),
-                  static_cast<int>(version & 0xFFFF));
+    return formatText("%d.%d.%d", static_cast<int>(version >> 24), static_cast<int>((version >> 16) & 0xFF),
+                      static_cast<int>(version & 0xFFFF));
 }
 
 const char* boardTypeName(std::uint32_t boardType) {
@@ -122,11 +118,12 @@ BoardInfo getBoardReport(DeviceApi& api) {
     throwIfDeviceError(api.getBoardInfoEx(0, board), "Cannot get BoardInfoEx");
     info.PropertiesValid = true;
     info.DriverVersion = versionText(board.driverVersion);
-    info.FirmwareVersion = format("%x", board.firmwareWord & 0xFF);
-    info.FirmwareReleaseDate = format("%02X-%02X-%02X", board.firmwareWord >> 24,
-                                      (board.firmwareWord >> 16) & 0xFF, (board.firmwareWord >> 8) & 0xFF);
-    info.BoardIdentifier = format("%08X%08X", static_cast<std::uint32_t>(board.boardIdentifier >> 32),
-                                  static_cast<std::uint32_t>(board.boardIdentifier & 0xFFFFFFFF));
+    info.FirmwareVersion = formatText("%x", board.firmwareWord & 0xFF);
+    info.FirmwareReleaseDate =
+        formatText("%02X-%02X-%02X", board.firmwareWord >> 24, (board.firmwareWord >> 16) & 0xFF,
+                   (board.firmwareWord >> 8) & 0xFF);
+    info.BoardIdentifier = formatText("%08X%08X", static_cast<std::uint32_t>(board.boardIdentifier >> 32),
+                                      static_cast<std::uint32_t>(board.boardIdentifier & 0xFFFFFFFF));
     info.BoardType = board.boardType;
     info.IsPCIExpress = board.bus == 1;
     info.NumRXchannels = board.numRxChannels;
