@@ -5,9 +5,12 @@
 //                              ratio to a plain memcpy of the same size; wake-up latency from
 //                              commitChunk to the return of read in the other process
 //
-// Throughput: the writer fills each chunk with a memcpy from a source picture and commits, as fast
-// as it can; the reader copies every chunk it gets out to its own buffer. Both hold the data mutex
-// while they copy, so the two copies of a chunk are serialised: a ratio near 0.5 is the ceiling.
+// Throughput: the writer fills each chunk with a memcpy from a source picture and commits; the
+// reader copies every chunk out to its own buffer and acknowledges it through an event, and the
+// writer waits for that before its next chunk. In the daemon the frame rate paces the writer; an
+// unpaced writer would take the data mutex again at once and starve the reader, which measures the
+// scheduler rather than the transport. Both ends hold the data mutex while they copy, so the two
+// copies of a chunk are serialised: a ratio near 0.5 is the ceiling.
 // Latency: the writer stamps the monotonic clock into a 64-byte chunk just before commitChunk,
 // once a millisecond; the reader takes the difference when read returns.
 #include <algorithm>
@@ -23,12 +26,14 @@
 #include "simulcast/capture_records.h"
 #include "simulcast/simulcast_reader.h"
 #include "simulcast/simulcast_writer.h"
+#include "system/ipc/named_objects.h"
 #include "system/process/piped_child.h"
 
 namespace {
 
 using namespace ovtx::simulcast::simulcast_channel::v1;
 using namespace ovtx::simulcast::capture_records::v1;
+using ovtx::system::ipc::v2::NamedEvent;
 using ovtx::system::process::v1::PipedChild;
 using Clock = std::chrono::steady_clock;
 
@@ -45,6 +50,11 @@ double seconds(Clock::duration d) {
 
 std::int64_t nowNanoseconds() {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
+}
+
+// The reader's acknowledgement of each chunk, for the throughput run.
+NamedEvent acknowledgement(const std::string& channelName) {
+    return NamedEvent::createOrJoin(channelName + "_BENCH_ACK", NamedEvent::Reset::Auto, false);
 }
 
 bool openWithRetries(SimulcastReader& reader, const std::string& name) {
@@ -66,6 +76,7 @@ int readThroughput(const std::string& name) {
         std::printf("fail\n");
         return 1;
     }
+    NamedEvent ack = acknowledgement(name);
     std::vector<std::uint8_t> buffer(static_cast<std::size_t>(reader.maxChunkBytes()));
     const auto size = static_cast<std::int32_t>(buffer.size());
     bool discontinuity = false;
@@ -85,6 +96,7 @@ int readThroughput(const std::string& name) {
             ++lost;
         }
         ++delivered;
+        ack.set();
     }
     // The first chunk only starts the clock.
     const double bytes = static_cast<double>(delivered - 1) * static_cast<double>(size);
@@ -159,6 +171,7 @@ void benchThroughput(const char* self, const char* label, int width, int height)
         std::fprintf(stderr, "simulcast_bench: cannot open %s\n", name.c_str());
         std::exit(1);
     }
+    NamedEvent ack = acknowledgement(name);
     PipedChild reader = startReader(self, "--read-throughput", name);
     std::vector<std::uint8_t> picture(static_cast<std::size_t>(chunkBytes), 0x40);
     std::int64_t written = 0;
@@ -168,6 +181,8 @@ void benchThroughput(const char* self, const char* label, int width, int height)
         std::memcpy(chunk, picture.data(), picture.size());
         writer.commitChunk();
         ++written;
+        // A pulse finds no reader that is between two waits; the next commit's pulse wakes it.
+        ack.wait(std::chrono::milliseconds(5));
     }
     const double writeSeconds = seconds(Clock::now() - start);
     const std::string result = reader.readLine(kAnswerTimeout).value_or("");
