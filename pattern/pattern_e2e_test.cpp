@@ -7,8 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -17,59 +15,30 @@
 
 #include "pattern/run_test_support.h"
 #include "system/process/piped_child.h"
+#include "system/process/testing/test_files.h"
+#include "system/process/testing/tool_run.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using ovtx::pattern::pattern_source::v1::helperBinary;
 using ovtx::pattern::pattern_source::v1::sharedObjectsOf;
+using ovtx::system::process::testing::binaryPath;
+using ovtx::system::process::testing::finishTool;
+using ovtx::system::process::testing::readFileBytes;
+using ovtx::system::process::testing::runTool;
+using ovtx::system::process::testing::ToolResult;
+using ovtx::system::process::testing::valueAt;
 using ovtx::system::process::v1::currentProcessId;
 using ovtx::system::process::v1::PipedChild;
 namespace fs = std::filesystem;
 
 constexpr auto kTimeout = 60s;
 
-std::string readFile(const fs::path& path) {
-    std::string bytes(fs::exists(path) ? fs::file_size(path) : 0, '\0');
-    std::ifstream(path, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    return bytes;
-}
-
-template <typename Value>
-Value at(const std::string& bytes, std::size_t offset) {
-    Value value{};
-    if (offset + sizeof value <= bytes.size()) {
-        std::memcpy(&value, bytes.data() + offset, sizeof value);
-    }
-    return value;
-}
-
 // The value of `key=` in a line of simulcast_follow, as a number.
 std::int64_t field(const std::string& line, const std::string& key) {
     const std::size_t at = line.find(" " + key + "=");
     EXPECT_NE(at, std::string::npos) << key << " in " << line;
     return at == std::string::npos ? -1 : std::stoll(line.substr(at + key.size() + 2));
-}
-
-struct ToolResult {
-    std::vector<std::string> lines;
-    int exitCode = -1;
-};
-
-ToolResult finish(PipedChild& tool) {
-    ToolResult result;
-    while (auto line = tool.readLine(kTimeout)) {
-        result.lines.push_back(*line);
-    }
-    const auto status = tool.wait(kTimeout);
-    result.exitCode = status && status->exited ? status->code : -1;
-    return result;
-}
-
-ToolResult runTool(const std::string& name, const std::vector<std::string>& args) {
-    PipedChild tool = PipedChild::spawn(helperBinary(name), args);
-    tool.closeInput();
-    return finish(tool);
 }
 
 int exitCodeOf(PipedChild& run) {
@@ -111,7 +80,7 @@ void followAndCheck(const std::string& portName, const fs::path& dir, int record
         EXPECT_GT(seen[kind], 2) << kind;
     }
 
-    const std::string video = readFile(y4m);
+    const std::string video = readFileBytes(y4m);
     const std::string header = "YUV4MPEG2 W" + std::to_string(width) + " H" + std::to_string(height) + " ";
     ASSERT_EQ(video.substr(0, header.size()), header);
     const std::size_t sampleBytes = bitDepth > 8 ? 2 : 1;
@@ -121,11 +90,11 @@ void followAndCheck(const std::string& portName, const fs::path& dir, int record
     EXPECT_EQ((video.size() - headerBytes) % frameBytes, 0u);
     EXPECT_EQ((video.size() - headerBytes) / frameBytes, static_cast<std::size_t>(seen["video"]));
 
-    const std::string audio = readFile(wav + "1.wav");
+    const std::string audio = readFileBytes(wav + "1.wav");
     ASSERT_GE(audio.size(), 44u);
-    EXPECT_EQ(at<std::uint32_t>(audio, 24), 48000u);
+    EXPECT_EQ(valueAt<std::uint32_t>(audio, 24), 48000u);
     const std::int64_t expectedSamples = audioEnd * 48000 / 10000000 - firstAudioStart * 48000 / 10000000;
-    EXPECT_EQ(static_cast<std::int64_t>(at<std::uint32_t>(audio, 40)), expectedSamples * 4);
+    EXPECT_EQ(static_cast<std::int64_t>(valueAt<std::uint32_t>(audio, 40)), expectedSamples * 4);
 }
 
 class PatternE2eTest : public testing::Test {
@@ -147,7 +116,7 @@ class PatternE2eTest : public testing::Test {
     }
 
     void startRun(const std::string& format, const std::string& bitDepth) {
-        m_run = PipedChild::spawn(helperBinary("pattern_loop_helper"),
+        m_run = PipedChild::spawn(binaryPath("pattern_loop_helper"),
                                   {m_port, format, bitDepth, (m_dir / "run.stderr").string()});
         ASSERT_TRUE(m_run.valid());
     }
@@ -196,7 +165,7 @@ class SdiTapPatternE2eTest : public testing::Test {
     }
 
     void startDaemon() {
-        m_daemon = PipedChild::spawn(helperBinary("sdi_tap"), {"-sdiport", "0", "-videoformat", "3"});
+        m_daemon = PipedChild::spawn(binaryPath("sdi_tap"), {"-sdiport", "0", "-videoformat", "3"});
         ASSERT_TRUE(m_daemon.valid());
     }
 

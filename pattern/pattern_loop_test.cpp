@@ -21,6 +21,7 @@
 #include "system/ipc/generic_shared_memory.h"
 #include "system/ipc/named_objects.h"
 #include "system/process/piped_child.h"
+#include "system/process/testing/test_files.h"
 
 namespace {
 
@@ -31,6 +32,7 @@ using ovtx::simulcast::simulcast_channel::v1::SimulcastReader;
 using ovtx::system::ipc::v2::GenericSharedMemory;
 using ovtx::system::ipc::v2::NamedEvent;
 using ovtx::system::ipc::v2::NamedMapping;
+using ovtx::system::process::testing::binaryPath;
 using ovtx::system::process::v1::currentProcessId;
 using ovtx::system::process::v1::PipedChild;
 
@@ -40,7 +42,7 @@ constexpr auto kGenerous = 60s;
 class PatternLoopTest : public testing::Test {
   protected:
     void SetUp() override {
-        helper = helperBinary("pattern_loop_helper");
+        helper = binaryPath("pattern_loop_helper");
         portName = "pl" + std::to_string(currentProcessId()) + "x" +
                    testing::UnitTest::GetInstance()->current_test_info()->name();
         errorsFile = (std::filesystem::path(testing::TempDir()) / (portName + ".stderr")).string();

@@ -1,14 +1,8 @@
 #include "pattern/run_test_support.h"
 
-#include <cstdlib>
 #include <filesystem>
 
 namespace ovtx::pattern::pattern_source::v1 {
-
-std::string helperBinary(const std::string& name) {
-    const char* binDir = std::getenv("SDI_TAP_BIN_DIR");
-    return std::string(binDir != nullptr ? binDir : ".") + "/" + name;
-}
 
 std::vector<std::string> sharedObjectsOf(const std::string& portName) {
     std::vector<std::string> found;

@@ -15,6 +15,7 @@
 #include "simulcast/simulcast_writer.h"
 #include "system/ipc/named_objects.h"
 #include "system/process/piped_child.h"
+#include "system/process/testing/test_files.h"
 
 namespace {
 
@@ -57,9 +58,8 @@ class SimulcastChannelTest : public ::testing::Test {
     }
 
     PipedChild& startHelper() {
-        const char* binDir = std::getenv("SDI_TAP_BIN_DIR");
-        const std::string path = std::string(binDir != nullptr ? binDir : ".") + "/simulcast_test_helper";
-        m_helpers.push_back(PipedChild::spawn(path, {}));
+        m_helpers.push_back(
+            PipedChild::spawn(ovtx::system::process::testing::binaryPath("simulcast_test_helper"), {}));
         EXPECT_TRUE(m_helpers.back().valid());
         return m_helpers.back();
     }

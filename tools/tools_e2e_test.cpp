@@ -2,43 +2,28 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "system/process/piped_child.h"
+#include "system/process/testing/test_files.h"
+#include "system/process/testing/tool_run.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using ovtx::system::process::testing::binaryPath;
+using ovtx::system::process::testing::finishTool;
+using ovtx::system::process::testing::readFileBytes;
+using ovtx::system::process::testing::runTool;
+using ovtx::system::process::testing::ToolResult;
+using ovtx::system::process::testing::valueAt;
 using ovtx::system::process::v1::currentProcessId;
 using ovtx::system::process::v1::PipedChild;
 
 constexpr auto kTimeout = 60s;
-
-std::string binary(const std::string& name) {
-    const char* binDir = std::getenv("SDI_TAP_BIN_DIR");
-    return std::string(binDir != nullptr ? binDir : ".") + "/" + name;
-}
-
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-template <typename Value>
-Value at(const std::string& bytes, std::size_t offset) {
-    Value value{};
-    if (offset + sizeof value <= bytes.size()) {
-        std::memcpy(&value, bytes.data() + offset, sizeof value);
-    }
-    return value;
-}
 
 class SimulcastToolsTest : public ::testing::Test {
   protected:
@@ -63,29 +48,8 @@ class SimulcastToolsTest : public ::testing::Test {
     }
 
     void startRun() {
-        m_run = PipedChild::spawn(binary("tools_test_run"), {m_port});
+        m_run = PipedChild::spawn(binaryPath("tools_test_run"), {m_port});
         ASSERT_EQ(m_run.readLine(kTimeout), "ready");
-    }
-
-    struct ToolResult {
-        std::vector<std::string> lines;
-        int exitCode = -1;
-    };
-
-    static ToolResult finish(PipedChild& tool) {
-        ToolResult result;
-        while (auto line = tool.readLine(kTimeout)) {
-            result.lines.push_back(*line);
-        }
-        const auto status = tool.wait(kTimeout);
-        result.exitCode = status && status->exited ? status->code : -1;
-        return result;
-    }
-
-    static ToolResult runTool(const std::string& name, const std::vector<std::string>& args) {
-        PipedChild tool = PipedChild::spawn(binary(name), args);
-        tool.closeInput();
-        return finish(tool);
     }
 
     std::string m_port;
@@ -122,40 +86,40 @@ TEST_F(SimulcastToolsTest, FollowRun_PrintsRecordsAndWritesPlayableFiles) {
     ASSERT_GT(seen["video"], 0);
     ASSERT_GT(seen["audio"], 0);
 
-    const std::string video = readFile(y4m);
+    const std::string video = readFileBytes(y4m);
     const std::string header = "YUV4MPEG2 W720 H576 F25:1 It A16:15 C420p10 XYSCSS=420P10\nFRAME\n";
     ASSERT_EQ(video.substr(0, header.size()), header);
     const std::size_t luma = 720 * 576 * 2;
     const std::size_t frameBytes = std::string("FRAME\n").size() + luma * 3 / 2;
     EXPECT_EQ((video.size() - header.size() + 6) % frameBytes, 0u);
-    EXPECT_EQ(at<std::uint16_t>(video, header.size()), 100);                    // Y
-    EXPECT_EQ(at<std::uint16_t>(video, header.size() + luma), 50);              // Cb first
-    EXPECT_EQ(at<std::uint16_t>(video, header.size() + luma + luma / 4), 200);  // then Cr
+    EXPECT_EQ(valueAt<std::uint16_t>(video, header.size()), 100);                    // Y
+    EXPECT_EQ(valueAt<std::uint16_t>(video, header.size() + luma), 50);              // Cb first
+    EXPECT_EQ(valueAt<std::uint16_t>(video, header.size() + luma + luma / 4), 200);  // then Cr
 
-    const std::string audio = readFile(wav + "1.wav");
+    const std::string audio = readFileBytes(wav + "1.wav");
     ASSERT_GE(audio.size(), 44u);
     EXPECT_EQ(audio.substr(0, 4), "RIFF");
     EXPECT_EQ(audio.substr(8, 8), "WAVEfmt ");
-    EXPECT_EQ(at<std::uint32_t>(audio, 24), 48000u);
-    EXPECT_EQ(at<std::uint32_t>(audio, 40), audio.size() - 44);
-    EXPECT_EQ(at<std::uint32_t>(audio, 4), audio.size() - 8);
+    EXPECT_EQ(valueAt<std::uint32_t>(audio, 24), 48000u);
+    EXPECT_EQ(valueAt<std::uint32_t>(audio, 40), audio.size() - 44);
+    EXPECT_EQ(valueAt<std::uint32_t>(audio, 4), audio.size() - 8);
     EXPECT_EQ((audio.size() - 44) % (1920 * 4), 0u);
-    EXPECT_EQ(at<std::int16_t>(audio, 44), 1000);
-    EXPECT_EQ(at<std::int16_t>(audio, 46), -1000);
+    EXPECT_EQ(valueAt<std::int16_t>(audio, 44), 1000);
+    EXPECT_EQ(valueAt<std::int16_t>(audio, 46), -1000);
     EXPECT_TRUE(std::filesystem::exists(wav + "8.wav"));
 }
 
 TEST_F(SimulcastToolsTest, FollowInterrupted_EndsCleanlyWithCompleteWav) {
     startRun();
     const auto wav = (m_dir / "pair").string();
-    PipedChild follow = PipedChild::spawn(binary("simulcast_follow"), {m_port, "--wav", wav});
+    PipedChild follow = PipedChild::spawn(binaryPath("simulcast_follow"), {m_port, "--wav", wav});
     ASSERT_TRUE(follow.readLine(kTimeout).has_value());
     ASSERT_TRUE(follow.kill(PipedChild::Signal::Interrupt));
-    const ToolResult result = finish(follow);
+    const ToolResult result = finishTool(follow);
     EXPECT_EQ(result.exitCode, 0);
-    const std::string audio = readFile(wav + "2.wav");
+    const std::string audio = readFileBytes(wav + "2.wav");
     ASSERT_GE(audio.size(), 44u);
-    EXPECT_EQ(at<std::uint32_t>(audio, 40), audio.size() - 44);
+    EXPECT_EQ(valueAt<std::uint32_t>(audio, 40), audio.size() - 44);
 }
 
 TEST_F(SimulcastToolsTest, FollowOneChannelByName_OnlyThatChannel) {

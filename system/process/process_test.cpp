@@ -1,4 +1,5 @@
 #include "system/process/process.h"
+#include "system/process/testing/test_files.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -13,8 +14,7 @@ namespace {
 using namespace ovtx::system::process::v1;
 
 std::string helperPath() {
-    const char* dir = std::getenv("SDI_TAP_BIN_DIR");
-    return std::string(dir != nullptr ? dir : ".") + "/process_fault_helper";
+    return ovtx::system::process::testing::binaryPath("process_fault_helper");
 }
 
 // Starts the helper with `mode`, returns its pid; its stdout is `readFd` when asked for.

@@ -6,20 +6,11 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 
 namespace ovtx::system::process::testing {
 namespace {
-
-std::string readFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
 
 std::string temporaryPath(const char* kind) {
     static int counter = 0;
@@ -51,11 +42,6 @@ std::string temporaryPath(const char* kind) {
 }
 
 }  // namespace
-
-std::string binaryPath(const std::string& name) {
-    const char* dir = std::getenv("SDI_TAP_BIN_DIR");
-    return std::string(dir != nullptr ? dir : ".") + "/" + name;
-}
 
 ChildProcess::ChildProcess(const std::string& path, const std::vector<std::string>& arguments,
                            const std::map<std::string, std::string>& environment)
@@ -126,10 +112,10 @@ bool ChildProcess::waitForOutput(const std::string& text, std::chrono::milliseco
 }
 
 std::string ChildProcess::standardOutput() const {
-    return readFile(m_outPath);
+    return readFileBytes(m_outPath);
 }
 std::string ChildProcess::standardError() const {
-    return readFile(m_errPath);
+    return readFileBytes(m_errPath);
 }
 
 }  // namespace ovtx::system::process::testing

@@ -16,10 +16,9 @@
 #include <string>
 #include <vector>
 
-namespace ovtx::system::process::testing {
+#include "system/process/testing/test_files.h"
 
-// The path of a binary built next to the tests (SDI_TAP_BIN_DIR, set by ctest).
-std::string binaryPath(const std::string& name);
+namespace ovtx::system::process::testing {
 
 class ChildProcess {
   public:
