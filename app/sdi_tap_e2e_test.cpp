@@ -58,11 +58,19 @@ TEST_F(SdiTapBinaryTest, BadCommandLinePrintsMessageAndUsage) {
               std::string::npos);
 }
 
-TEST_F(SdiTapBinaryTest, MissingRootFailsWithoutLogFile) {
-    ChildProcess daemon = start({"-sdiport", "0", "-videoformat", "3"});
-    EXPECT_EQ(daemon.waitExitCode(seconds(60)), 1);
-    EXPECT_EQ(daemon.standardError(), "Error: Could not find firmware root path\n");
-    EXPECT_FALSE(fs::exists(root() / "Logs"));
+TEST_F(SdiTapBinaryTest, UnreadableRoot_FailsWithoutLogFile) {
+    // No Pathname at all, then one that does not fit the value buffer of 255 bytes with its NUL.
+    for (const bool installed : {false, true}) {
+        if (installed) {
+            installRoot();
+            std::ofstream(m_dir / "registry" / "SOFTWARE" / "FirmwareAgent" / "CurrentVersion" / "Pathname")
+                << (root() / "App" / "Bin").string() << std::string(255, 'x') << "\n";
+        }
+        ChildProcess daemon = start({"-sdiport", "0", "-videoformat", "3"});
+        EXPECT_EQ(daemon.waitExitCode(seconds(60)), 1);
+        EXPECT_EQ(daemon.standardError(), "Error: Could not find firmware root path\n");
+        EXPECT_FALSE(fs::exists(root() / "Logs"));
+    }
 }
 
 TEST_F(SdiTapBinaryTest, PatternRunStopsOnConsoleSignalsWithExitZero) {

@@ -1,18 +1,10 @@
 #include <chrono>
-#include <cstdio>
 #include <ctime>
 
+#include "cpp_utils/cpp_tools/ctime_text.h"
 #include "log/log_sink.h"
 
 namespace ovtx::log::log_perf::v4 {
-
-namespace {
-
-constexpr const char* kDayNames[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-constexpr const char* kMonthNames[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                       "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-
-}  // namespace
 
 Timestamp currentTimestamp() {
     const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
@@ -21,17 +13,12 @@ Timestamp currentTimestamp() {
 }
 
 std::string formatLogTime(const Timestamp& when) {
-    const std::time_t seconds = static_cast<std::time_t>(when.seconds);
-    std::tm local{};
-    if (localtime_r(&seconds, &local) == nullptr) {
+    const std::string text = cpp_utils::cpp_tools::v1::ctimeText(static_cast<std::time_t>(when.seconds));
+    if (text.empty()) {
         return {};
     }
-    // ctime's layout without the year: "Www Mmm dd hh:mm:ss", the day padded with a blank.
-    char text[48];
-    std::snprintf(text, sizeof text, "%.3s %.3s%3d %.2d:%.2d:%.2d.%03d", kDayNames[local.tm_wday % 7],
-                  kMonthNames[local.tm_mon % 12], local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
-                  static_cast<int>(when.milliseconds));
-    return text;
+    return cpp_utils::cpp_tools::v1::formatText("%.19s.%03d", text.c_str(),
+                                                static_cast<int>(when.milliseconds));
 }
 
 }  // namespace ovtx::log::log_perf::v4

@@ -42,6 +42,12 @@ std::vector<Cea608Pair> loadPairs(const std::string& text) {
     return pairs;
 }
 
+// The text to paint straight on: no preamble, so that it lands in as few frames as possible, and a
+// closing blank, after which decoders that draw word by word show the word too.
+std::vector<Cea608Pair> paintPairs(const std::string& text) {
+    return cc::cea608Text(text + " ");
+}
+
 }  // namespace
 
 int captionEntriesThatFit(std::int32_t chunkBytes) {
@@ -66,7 +72,10 @@ void writeCaptionRecord(std::uint8_t* chunk, std::int64_t start, std::int64_t en
 }
 
 CaptionSource::CaptionSource(std::string text, std::int64_t beepPeriod, std::int64_t beepLength, int budget)
-    : m_beepPeriod(beepPeriod), m_beepLength(beepLength), m_loadPairs(loadPairs(text)) {
+    : m_beepPeriod(beepPeriod),
+      m_beepLength(beepLength),
+      m_loadPairs(loadPairs(text)),
+      m_textPairs(paintPairs(text)) {
     const auto count = static_cast<std::size_t>(std::max(budget, 2));
     m_patterned.assign(count, CaptionEntry{kMarkerBits, 0, kTypeDtvccData, 0, 0});
     m_patterned[0] = cea608Entry(kTypeField1, cc::cea608Null());
@@ -92,18 +101,29 @@ std::span<const CaptionEntry> CaptionSource::entriesFor(std::int64_t frameNumber
 }
 
 void CaptionSource::fillQueue(std::int64_t frameNumber, const FrameRational& framePeriod) {
-    using cc::Cea608Command;
     const auto loadFrames = static_cast<std::int64_t>(m_loadPairs.size());
-    const std::int64_t beepFirst = firstBeepFrame(frameNumber, loadFrames, framePeriod);
+    const bool inBeep = inBeepAt(frameNumber, framePeriod);
+    const std::int64_t nextBeep = firstBeepFrame(frameNumber, 0, framePeriod);
+    if (inBeep || (nextBeep >= 0 && nextBeep < frameNumber + loadFrames)) {
+        paintCaption(frameNumber, inBeep ? frameNumber : nextBeep, framePeriod);
+    } else {
+        popOnCaption(frameNumber, firstBeepFrame(frameNumber, loadFrames, framePeriod), framePeriod);
+    }
+    m_expectedFrame = m_queue.empty() ? -1 : frameNumber;
+}
+
+// The text is loaded into hidden memory in the frames before the beep and shown whole on its first
+// frame.
+void CaptionSource::popOnCaption(std::int64_t frameNumber, std::int64_t beepFirst,
+                                 const FrameRational& framePeriod) {
+    using cc::Cea608Command;
     if (beepFirst < 0) {
         return;
     }
-    std::int64_t afterBeep = beepFirst + 1;
-    while ((frameTime(afterBeep, framePeriod) % m_beepPeriod) < m_beepLength) {
-        ++afterBeep;
-    }
+    const std::int64_t afterBeep = firstFrameAfterBeep(beepFirst, framePeriod);
     const Cea608Pair show = cc::cea608Control(Cea608Command::EndOfCaption);
     const Cea608Pair erase = cc::cea608Control(Cea608Command::EraseDisplayedMemory);
+    const auto loadFrames = static_cast<std::int64_t>(m_loadPairs.size());
     for (std::int64_t f = frameNumber; f <= afterBeep + 1; ++f) {
         const std::int64_t loadIndex = f - frameNumber;
         if (loadIndex < loadFrames) {
@@ -116,16 +136,50 @@ void CaptionSource::fillQueue(std::int64_t frameNumber, const FrameRational& fra
             m_queue.push_back(cc::cea608Null());
         }
     }
-    m_expectedFrame = frameNumber;
+}
+
+// A beep too close to the start of the queue for a hidden load (the one at time 0, or any after a
+// frame out of sequence) has its text painted straight onto the screen from `paintFirst` on, one
+// pair a frame, so that the word still appears while the beep lasts.
+void CaptionSource::paintCaption(std::int64_t frameNumber, std::int64_t paintFirst,
+                                 const FrameRational& framePeriod) {
+    using cc::Cea608Command;
+    const auto textFrames = static_cast<std::int64_t>(m_textPairs.size());
+    const std::int64_t eraseFrom =
+        std::max(firstFrameAfterBeep(paintFirst, framePeriod), paintFirst + 1 + textFrames);
+    const Cea608Pair erase = cc::cea608Control(Cea608Command::EraseDisplayedMemory);
+    for (std::int64_t f = frameNumber; f <= eraseFrom + 1; ++f) {
+        const std::int64_t textIndex = f - paintFirst - 1;
+        if (f == paintFirst) {
+            m_queue.push_back(cc::cea608Control(Cea608Command::ResumeDirectCaptioning));
+        } else if (f >= eraseFrom) {
+            m_queue.push_back(erase);
+        } else if (textIndex >= 0 && textIndex < textFrames) {
+            m_queue.push_back(m_textPairs[static_cast<std::size_t>(textIndex)]);
+        } else {
+            m_queue.push_back(cc::cea608Null());
+        }
+    }
+}
+
+bool CaptionSource::inBeepAt(std::int64_t frameNumber, const FrameRational& framePeriod) const {
+    return frameTime(frameNumber, framePeriod) % m_beepPeriod < m_beepLength;
+}
+
+std::int64_t CaptionSource::firstFrameAfterBeep(std::int64_t beepFrame,
+                                                const FrameRational& framePeriod) const {
+    std::int64_t f = beepFrame + 1;
+    while (inBeepAt(f, framePeriod)) {
+        ++f;
+    }
+    return f;
 }
 
 std::int64_t CaptionSource::firstBeepFrame(std::int64_t frameNumber, std::int64_t leadFrames,
                                            const FrameRational& framePeriod) const {
     for (std::int64_t f = frameNumber + leadFrames; f < frameNumber + leadFrames + kMaxBeepSearch; ++f) {
-        const std::int64_t time = frameTime(f, framePeriod);
         // The first frame of a beep: the one before it lies outside.
-        if (time % m_beepPeriod < m_beepLength &&
-            (f == 0 || frameTime(f - 1, framePeriod) % m_beepPeriod >= m_beepLength)) {
+        if (inBeepAt(f, framePeriod) && (f == 0 || !inBeepAt(f - 1, framePeriod))) {
             return f;
         }
     }

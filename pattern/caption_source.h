@@ -5,8 +5,10 @@
 // the CEA-608 pair of field 1, entry 1 the (null) pair of field 2, and all others are DTVCC
 // padding. The caption is loaded into the decoder's hidden memory in the frames before a beep,
 // "end of caption" shows it on the beep's first frame and "erase displayed memory" takes it off
-// on the first frame after the beep. The pairs of one caption wait in a queue; a frame number out
-// of sequence drops the queue, and the next frame starts a fresh caption for the next beep.
+// on the first frame after the beep. A beep that comes too soon for that load (the one at time 0,
+// or one right after a frame out of sequence) has its text painted on from the beep's first frame
+// instead. The pairs of one caption wait in a queue; a frame number out of sequence drops the
+// queue, and the next frame starts a fresh caption for the next beep.
 //
 //   CaptionSource captions("BEEP", kBeepPeriod, kBeepLength, captionBudget(period));
 //   std::span<const CaptionEntry> entries = captions.entriesFor(f, period);
@@ -51,6 +53,10 @@ class CaptionSource {
 
   private:
     void fillQueue(std::int64_t frameNumber, const FrameRational& framePeriod);
+    void popOnCaption(std::int64_t frameNumber, std::int64_t beepFirst, const FrameRational& framePeriod);
+    void paintCaption(std::int64_t frameNumber, std::int64_t paintFirst, const FrameRational& framePeriod);
+    bool inBeepAt(std::int64_t frameNumber, const FrameRational& framePeriod) const;
+    std::int64_t firstFrameAfterBeep(std::int64_t beepFrame, const FrameRational& framePeriod) const;
     // First frame at or after `frameNumber` + `leadFrames` whose start lies in a beep.
     std::int64_t firstBeepFrame(std::int64_t frameNumber, std::int64_t leadFrames,
                                 const FrameRational& framePeriod) const;
@@ -58,6 +64,7 @@ class CaptionSource {
     std::int64_t m_beepPeriod;
     std::int64_t m_beepLength;
     std::vector<Cea608Pair> m_loadPairs;    // hidden-memory load of the text, one pair per frame
+    std::vector<Cea608Pair> m_textPairs;    // the text alone
     std::vector<CaptionEntry> m_patterned;  // the list of a frame without caption data
     std::vector<CaptionEntry> m_current;    // the list handed out by the last call
     std::deque<Cea608Pair> m_queue;         // field 1 pairs of the frames to come

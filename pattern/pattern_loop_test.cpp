@@ -31,7 +31,6 @@ namespace records = ovtx::simulcast::capture_records::v1;
 using ovtx::simulcast::simulcast_channel::v1::SimulcastReader;
 using ovtx::system::ipc::v2::GenericSharedMemory;
 using ovtx::system::ipc::v2::NamedEvent;
-using ovtx::system::ipc::v2::NamedMapping;
 using ovtx::system::process::testing::binaryPath;
 using ovtx::system::process::v1::currentProcessId;
 using ovtx::system::process::v1::PipedChild;
@@ -135,7 +134,7 @@ TEST_F(PatternLoopTest, FollowedRun_IsContinuousAndStopsByTheNamedEvent) {
     EXPECT_EQ(caption.maxChunkBytes(), 1024);
 
     const auto format =
-        readBlock<records::FormatBlock>(name(records::kVideoFormatPrefix), records::kPatternFormatBlockBytes);
+        readBlock<records::FormatBlock>(name(records::kVideoFormatPrefix), sizeof(records::FormatBlock));
     EXPECT_EQ(format.formatCode, kFormat);
     EXPECT_EQ(format.bitDepth, 8);
 
@@ -211,13 +210,13 @@ TEST_F(PatternLoopTest, Interrupt_ClearsTheRunFlagAndLeavesNothingInDevShm) {
 }
 
 TEST_F(PatternLoopTest, ChannelThatCannotOpen_SaysSoAndEndsWithExitZero) {
-    // A parameter block too small to map: the video channel's open fails.
-    NamedMapping blocker = NamedMapping::createOrJoin(name(records::kVideoPrefix) + "_MAP_PARAM", 16);
-    ASSERT_TRUE(blocker.valid());
+    // A directory where the video channel's parameter block belongs: the channel can't be opened.
+    const std::filesystem::path blocker = "/dev/shm/" + name(records::kVideoPrefix) + "_MAP_PARAM";
+    ASSERT_TRUE(std::filesystem::create_directory(blocker));
     start();
     EXPECT_EQ(exitCode(), 0);
     EXPECT_NE(errors().find("Framerate: 25 fps\nCould not open simulcast\n"), std::string::npos) << errors();
-    blocker.close();
+    std::filesystem::remove(blocker);
     EXPECT_EQ(sharedObjectsOf(portName), std::vector<std::string>{});
 }
 

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <string_view>
 
+#include "cpp_utils/cpp_tools/ctime_text.h"
 #include "pattern/beep_timing.h"
 #include "pattern/sample_fill.h"
 #include "simulcast/capture_records.h"
@@ -219,8 +220,7 @@ const std::string& TestCard::clockText() {
     const std::time_t now = std::time(nullptr);
     if (now != m_clockSecond) {
         m_clockSecond = now;
-        const char* text = std::ctime(&now);
-        m_clockText = text != nullptr ? std::string(firstLine(text)) : std::string();
+        m_clockText = cpp_utils::cpp_tools::v1::ctimeText(now);
     }
     return m_clockText;
 }

@@ -64,7 +64,7 @@ inline constexpr std::int32_t kPatternVideoChunks = 32;
 inline constexpr std::int32_t kCaptureVideoExtraBytes = 32;
 inline constexpr std::int32_t kPatternVideoExtraBytes = 48;
 // Block sizes asked for at open. A pattern run declares its format block with 4 bytes and still
-// writes both of its fields.
+// writes both of its fields: blocks are made in whole pages, so a reader maps the full 8.
 inline constexpr std::uint32_t kClockBlockBytes = 8;
 inline constexpr std::uint32_t kCaptureFormatBlockBytes = 8;
 inline constexpr std::uint32_t kPatternFormatBlockBytes = 4;

@@ -25,33 +25,18 @@ using simulcast::simulcast_channel::v1::SimulcastReader;
 
 constexpr auto kOpenRetryPause = std::chrono::milliseconds(50);
 
-// The run's format block, read under its mutex. A block declared with 4 bytes has no depth (0).
+// The run's format block, read under its mutex; code -1 when it can't be read.
 records::FormatBlock readFormatBlock(const std::string& portName) {
     const std::string base = records::channelName(records::kVideoFormatPrefix, portName);
     records::FormatBlock block{-1, 0};
     auto mapping = ipc::NamedMapping::createOrJoin(base + "_mapping", sizeof block);
     auto mutex = ipc::NamedMutex::createOrJoin(base + "_mutex");
-    const std::size_t bytes = std::min<std::size_t>(mapping.size(), sizeof block);
-    auto view = ipc::MappedView::map(mapping, bytes, ipc::MappedView::Access::ReadOnly);
+    auto view = ipc::MappedView::map(mapping, sizeof block, ipc::MappedView::Access::ReadOnly);
     if (view.valid() && mutex.valid() && mutex.lock()) {
-        std::memcpy(&block, view.data(), bytes);
+        std::memcpy(&block, view.data(), sizeof block);
         mutex.unlock();
     }
     return block;
-}
-
-// A block declared with 4 bytes carries no depth: a chunk of picture + 32 (capture) or picture + 48
-// (pattern) bytes tells it. 0 when neither depth fits.
-int depthFromChunk(const FormatGeometry& geometry, std::size_t chunkBytes) {
-    for (const int depth : {8, 10}) {
-        const auto picture =
-            static_cast<std::size_t>(records::patternPictureSize(geometry.width, geometry.height, depth));
-        if (chunkBytes == picture + records::kCaptureVideoExtraBytes ||
-            chunkBytes == picture + records::kPatternVideoExtraBytes) {
-            return depth;
-        }
-    }
-    return 0;
 }
 
 // Everything the channel threads share: output, counters, the media files.
@@ -161,10 +146,9 @@ class FollowSession {
             fail("unknown video format code " + std::to_string(block.formatCode) + " in the format block");
             return false;
         }
-        const int depth = block.bitDepth == 8 || block.bitDepth == 10 ? block.bitDepth
-                                                                      : depthFromChunk(*geometry, chunkBytes);
-        if (depth == 0) {
-            fail("no format block for this run: cannot tell the picture's geometry");
+        const int depth = block.bitDepth;
+        if (depth != 8 && depth != 10) {
+            fail("bit depth " + std::to_string(depth) + " in the format block: cannot tell the picture's geometry");
             return false;
         }
         if (!m_video.open(m_options.y4mPath, *geometry, depth, header.aspectNumerator,

@@ -19,12 +19,20 @@ Json::Value namedTypesToJson(const std::vector<NamedType>& list) {
     return array;
 }
 
-std::vector<NamedType> namedTypesFromJson(const Json::Value& array) {
-    std::vector<NamedType> list;
-    for (const auto& entry : array) {
-        list.push_back({entry["name"].asString(), UnserializeTypeFromJson(entry["type"])});
+// Lists are read by index, so that jsoncpp refuses a list given as an object with its own failure.
+template <typename Read>
+void forEachListEntry(const Json::Value& list, Read read) {
+    for (Json::ArrayIndex index = 0; index < list.size(); ++index) {
+        read(list[index]);
     }
-    return list;
+}
+
+std::vector<NamedType> namedTypesFromJson(const Json::Value& list) {
+    std::vector<NamedType> named;
+    forEachListEntry(list, [&](const Json::Value& entry) {
+        named.push_back({entry["name"].asString(), UnserializeTypeFromJson(entry["type"])});
+    });
+    return named;
 }
 
 // Writes the members of each record after "variety".
@@ -117,9 +125,9 @@ const std::map<std::string, Reader>& readers() {
         {"enum",
          [](const Json::Value& json) -> AbstractType {
              EnumType record;
-             for (const auto& choice : json["choices"]) {
+             forEachListEntry(json["choices"], [&](const Json::Value& choice) {
                  record.choices.push_back(choice["value"].asString());
-             }
+             });
              return record;
          }},
         {"union",
@@ -140,8 +148,8 @@ Json::Value SerializeTypeToJson(const AbstractType& type) {
 }
 
 AbstractType UnserializeTypeFromJson(const Json::Value& json) {
-    const std::string variety =
-        json.isObject() && json.isMember("variety") ? json["variety"].asString() : std::string();
+    // A description that is not an object (or null) fails in jsoncpp's member access.
+    const std::string variety = json["variety"].asString();
     auto found = readers().find(variety);
     if (found == readers().end()) {
         throw AbstractTypeException("Could not unserialize json : " + variety + " is an unknown variety");

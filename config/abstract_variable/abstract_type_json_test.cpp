@@ -109,10 +109,15 @@ TEST(AbstractTypeJsonTest, UnknownOrAbsentVariety_FailsWithItsName) {
                   "Could not unserialize json :  is an unknown variety");
 }
 
-TEST(AbstractTypeJsonTest, NestedMemberOfWrongKind_FailsInJsoncpp) {
-    EXPECT_THROW(UnserializeTypeFromJson(parse(R"({"variety":"enum","choices":[{"value":[1]}]})")),
-                 Json::Exception);
-    EXPECT_THROW(UnserializeTypeFromJson(parse(R"({"variety":"union","full":"yes"})")), Json::Exception);
+TEST(AbstractTypeJsonTest, MemberOfWrongKind_FailsInJsoncpp) {
+    for (const char* text :
+         {R"({"variety":"enum","choices":[{"value":[1]}]})", R"({"variety":"union","full":"yes"})",
+          R"(["int32"])", R"("int32")", R"({"variety":"vector","element":7})",
+          R"({"variety":"struct","children":{"a":{"name":"a","type":{"variety":"int32"}}}})",
+          R"({"variety":"union","value_types":{"a":{"name":"a","type":{"variety":"int32"}}}})",
+          R"({"variety":"enum","choices":{"a":{"value":"a"}}})"}) {
+        EXPECT_THROW(UnserializeTypeFromJson(parse(text)), Json::Exception) << text;
+    }
 }
 
 TEST(AbstractTypeTest, WrongAlternativeAndTag_Fail) {

@@ -1,6 +1,7 @@
 #include "config/abstract_variable/raw_value.h"
 
 #include <string>
+#include <utility>
 
 #include "config/abstract_variable/object_helpers.h"
 
@@ -8,17 +9,23 @@ namespace ovtx::config::abstract_variable::lib_abstract_variable::v2 {
 
 namespace {
 
-// Collects the bytes sent and sets the string variable once, when dropped.
+// Collects the bytes sent and sets the string variable once: on close, where a variable that
+// refuses the text fails the close, or else when dropped, where a refusal can't be reported.
 class Sender : public IStreamSender {
   public:
     explicit Sender(IVariable<std::string>& variable) : m_variable(variable) {}
     Sender(const Sender&) = delete;
     Sender& operator=(const Sender&) = delete;
     ~Sender() override {
-        // A destructor must not throw: a variable that refuses the text keeps its old value.
         try {
+            close();
+        } catch (...) {  // a destructor must not throw; close() is where the caller learns of it
+        }
+    }
+
+    void close() override {
+        if (!std::exchange(m_closed, true)) {
             m_variable.set(m_text);
-        } catch (...) {
         }
     }
 
@@ -30,6 +37,7 @@ class Sender : public IStreamSender {
   private:
     IVariable<std::string>& m_variable;
     std::string m_text;
+    bool m_closed = false;
 };
 
 // Reads a file from its start, position by position.

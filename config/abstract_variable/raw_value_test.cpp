@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
+#include "config/abstract_variable/object_helpers.h"
 #include "config/abstract_variable/testing/expect_failure.h"
 #include "config/abstract_variable/testing/fixture_tree.h"
 
@@ -53,6 +56,24 @@ TEST_F(RawValueTest, StringSink_AssignsTheWholeTextOnceWhenDropped) {
 
     setRawValue(text.get()).reset();
     EXPECT_EQ(m_data->text, "");
+}
+
+TEST_F(RawValueTest, StringSink_ThatTheVariableRefuses_FailsOnClose) {
+    int stores = 0;
+    auto refusing = GetVariable_Impl<std::string>([] { return std::string("kept"); },
+                                                  [&](const std::string&) {
+                                                      ++stores;
+                                                      throw std::runtime_error("refused");
+                                                  },
+                                                  leafType<std::string>());
+    auto sink = setRawValue(refusing.get());
+    sendText(*sink, "text");
+    expectFailure([&] { sink->close(); }, "refused");
+    sink.reset();
+    EXPECT_EQ(stores, 1) << "closed once; dropping stores nothing more";
+
+    setRawValue(refusing.get()).reset();  // a refusal on drop goes unseen and ends nothing
+    EXPECT_EQ(stores, 2);
 }
 
 TEST_F(RawValueTest, StringSource_IsASnapshot) {

@@ -221,25 +221,19 @@ class ValueUnSerializer : public IObjectVisitor {
     void visit(IUnion& object) override {
         const auto& record = expect<UnionType>();
         expectNullOr(Json::objectValue, "Not an union\n");
-        const bool hasType = m_json.isMember("_type_");
-        const bool hasValue = m_json.isMember("_value_");
         if (!m_allowPartial) {
-            require(hasType, "Field '_type_' is missing\n", "Union description must contain field '_type_'");
-            require(hasValue, "Field '_value_' is missing\n",
+            require(m_json.isMember("_type_"), "Field '_type_' is missing\n",
+                    "Union description must contain field '_type_'");
+            require(m_json.isMember("_value_"), "Field '_value_' is missing\n",
                     "Union description must contain field '_value_'");
         }
-        // A tolerant caller that names no alternative keeps the current one.
-        if (hasType) {
-            object.setCurrentType(m_json["_type_"].asString());
-        }
-        if (!hasValue) {
-            return;
-        }
+        // A missing "_type_" reads as the empty name, and a missing alternative as null: a tolerant
+        // caller gets each leaf's own complaint rather than a silent skip.
+        object.setCurrentType(m_json["_type_"].asString());
         const Json::Value& values = m_json["_value_"];
         if (record.full) {
             for (const auto& alternative : record.valueTypes) {
-                unserializeMember(values, alternative.name, object.getValue(alternative.name),
-                                  *alternative.type);
+                unserialize(object.getValue(alternative.name), *alternative.type, values[alternative.name]);
             }
             return;
         }
@@ -250,7 +244,7 @@ class ValueUnSerializer : public IObjectVisitor {
         if (found == record.valueTypes.end()) {
             throw AbstractVariableException("Invalid union type");
         }
-        unserializeMember(values, current, object.getValue(current), *found->type);
+        unserialize(object.getValue(current), *found->type, values[current]);
     }
     void visit(IEnum& object) override {
         expect<EnumType>();
@@ -401,15 +395,6 @@ class ValueUnSerializer : public IObjectVisitor {
     void unserialize(const ObjectFactory& factory, const AbstractType& type, const Json::Value& json) {
         std::unique_ptr<IAbstractObject> view = factory();
         unserializeInto(m_log, *view, type, json, m_allowPartial, m_parallel);
-    }
-
-    // A tolerant caller may leave out members of "_value_"; a strict one gets the member's failure.
-    void unserializeMember(const Json::Value& values, const std::string& name, const ObjectFactory& factory,
-                           const AbstractType& type) {
-        if (m_allowPartial && !values.isMember(name)) {
-            return;
-        }
-        unserialize(factory, type, values[name]);
     }
 
     template <typename K, typename ParseKey>

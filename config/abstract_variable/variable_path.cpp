@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <limits>
 #include <stdexcept>
 
 #include "config/abstract_variable/object_helpers.h"
@@ -242,8 +243,13 @@ void VariableURLChild::visit(IMap<std::int32_t>& object) {
 }
 
 void VariableURLChild::visit(IVector& object) {
-    // Paths count vector elements from 1.
-    advance(object.get(parseIndexOrFail(segment(), "Invalid vector index: ") - 1), 1);
+    // Paths count vector elements from 1; the lowest int32 has no element index below it.
+    constexpr const char* kInvalid = "Invalid vector index: ";
+    const std::int32_t position = parseIndexOrFail(segment(), kInvalid);
+    if (position == std::numeric_limits<std::int32_t>::min()) {
+        throw AbstractVariableException(kInvalid + segment());
+    }
+    advance(object.get(position - 1), 1);
 }
 
 void VariableURLChild::visit(IConstructableObjectMap& object) {

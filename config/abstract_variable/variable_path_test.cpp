@@ -127,6 +127,9 @@ TEST_F(VariablePathTest, VectorIndices_CountFromOne) {
     expectFailure([&] { find({"Points", "3"})(); }, "invalid vector<T> subscript");
     expectFailure([&] { find({"Points", "1x"}); }, "Invalid vector index: 1x");
     expectFailure([&] { find({"Points", "Idx"}); }, "Invalid vector index: Idx");
+    expectFailure([&] { find({"Points", "-2147483648"}); }, "Invalid vector index: -2147483648");
+    expectFailure([&] { find({"Points", "2147483648"}); }, "Invalid vector index: 2147483648");
+    expectFailure([&] { find({"Points", "-2147483647"})(); }, "invalid vector<T> subscript");
     expectFailure([&] { find({"ById", "4x"}); }, "Invalid map index: 4x");
     expectFailure([&] { find({"ByName", "zz"})(); }, "such id does not exist");
     expectFailure([&] { find({"Point", "."}); }, "No such variable: .");

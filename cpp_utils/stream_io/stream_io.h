@@ -17,6 +17,10 @@ namespace ovtx::cpp_utils::stream_io::v1 {
 struct IStreamSender {
     // Takes up to `size` bytes and returns how many it took.
     virtual std::size_t send(const std::uint8_t* bytes, std::size_t size) = 0;
+    // Ends the stream. A sink that stores what it took only at the end (a string variable) stores
+    // it here and throws what the store throws; dropping a sink that was not closed stores it all
+    // the same, but a failure then goes unseen. Closing twice does nothing more.
+    virtual void close() {}
     virtual ~IStreamSender() = default;
 };
 

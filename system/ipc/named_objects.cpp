@@ -61,6 +61,13 @@ using internal::sysError;
 
 // ---- object files ---------------------------------------------------------------------------
 
+// Sections are page-granular: a block asked at 4 bytes still maps as a whole page, so a reader
+// that maps a block's full layout never fails on a creator that asked for less.
+std::uint64_t wholePages(std::uint64_t size) {
+    const auto page = static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
+    return size == 0 ? 0 : (size + page - 1) / page * page;
+}
+
 // Empties the file of a lone opener, then gives it `size` reserved, zeroed bytes.
 SysError makeFresh(int fd, std::uint64_t size) {
     SysError error;
@@ -257,7 +264,7 @@ std::uint32_t generation(std::uint32_t word) {
 NamedMapping NamedMapping::createOrJoin(std::string_view name, std::uint64_t size) {
     NamedMapping mapping;
     mapping.m_name = std::string(name);
-    const ObjectStep initialise = [size](int fd) { return makeFresh(fd, size); };
+    const ObjectStep initialise = [size](int fd) { return makeFresh(fd, wholePages(size)); };
     const ObjectStep join = [](int) { return SysError{}; };
     HoldResult hold = acquireHold(name, OpenMode::CreateOrJoin, initialise, join);
     if (!hold.error) {

@@ -64,10 +64,12 @@ enum class WaitResult {
 };
 
 // A process's hold on a named file mapping (the page-file section of CreateFileMapping).
-// The object holds exactly the block's bytes from offset 0, zero-filled on creation.
+// The object holds the block's bytes from offset 0, zero-filled on creation and rounded up to
+// whole pages, as sections are.
 class NamedMapping {
   public:
-    // Creates the object at `size` bytes, or joins an existing one whose size then stands.
+    // Creates the object at `size` bytes rounded up to whole pages, or joins an existing one whose
+    // size then stands.
     // The memory is reserved at creation, so a full /dev/shm fails here and not later.
     static NamedMapping createOrJoin(std::string_view name, std::uint64_t size);
 

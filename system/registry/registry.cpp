@@ -52,7 +52,8 @@ std::optional<std::string> RegistryKey::queryValue(std::string_view valueName, s
     if (!file) {
         return std::nullopt;
     }
-    std::string value(bufferSize - 1, '\0');
+    // A line end may follow a value that fills the buffer; anything longer can't fit.
+    std::string value(bufferSize + 2, '\0');
     file.read(value.data(), static_cast<std::streamsize>(value.size()));
     if (file.bad()) {
         return std::nullopt;
@@ -62,6 +63,10 @@ std::optional<std::string> RegistryKey::queryValue(std::string_view valueName, s
         value.resize(value.size() - 2);
     } else if (value.ends_with('\n')) {
         value.pop_back();
+    }
+    // The value and its terminating NUL must fit the buffer, or the read fails as a whole.
+    if (value.size() + 1 > bufferSize) {
+        return std::nullopt;
     }
     if (const std::size_t nul = value.find('\0'); nul != std::string::npos) {
         value.resize(nul);

@@ -26,8 +26,9 @@ class RegistryKey {
     // Opens a key below HKEY_LOCAL_MACHINE; nothing when the key does not exist.
     static std::optional<RegistryKey> open(std::string_view keyPath);
 
-    // Reads a text value into a buffer of `bufferSize` bytes, as a NUL-ended string: at most
-    // `bufferSize` - 1 bytes are read. Nothing when the value does not exist or can't be read.
+    // Reads a text value into a buffer of `bufferSize` bytes, as a NUL-ended string cut at its
+    // first NUL. Nothing when the value does not exist, can't be read, or does not fit the buffer
+    // with its NUL (more than `bufferSize` - 1 bytes).
     std::optional<std::string> queryValue(std::string_view valueName, std::size_t bufferSize) const;
 
     const std::string& directory() const { return m_directory; }

@@ -17,13 +17,19 @@ namespace {
 
 constexpr std::size_t kMaxThreadNameLength = 15;
 
-void runGuarded(const std::string& name, const std::function<void()>& body) {
+// A body that lets an exception out has lost its work half-way; a daemon that went on without
+// the thread would look alive and do nothing. So the process ends through std::terminate (exit
+// code 3 under the daemon's fault handling), after naming the thread and the failure. Threads
+// that must survive a failing job (worker pools, the listener) catch inside their body.
+void runOrTerminate(const std::string& name, const std::function<void()>& body) {
     try {
         body();
     } catch (const std::exception& e) {
         std::fprintf(stderr, "Thread %s ended by an exception: %s\n", name.c_str(), e.what());
+        std::terminate();
     } catch (...) {
         std::fprintf(stderr, "Thread %s ended by an unknown exception\n", name.c_str());
+        std::terminate();
     }
 }
 
@@ -54,7 +60,7 @@ Thread::Thread(std::string name, std::function<void()> body)
     : m_thread([name, body = std::move(body)] {
           const std::string shortName = name.substr(0, kMaxThreadNameLength);
           pthread_setname_np(pthread_self(), shortName.c_str());
-          runGuarded(name, body);
+          runOrTerminate(name, body);
       }) {}
 
 Thread::~Thread() {

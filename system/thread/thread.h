@@ -26,8 +26,8 @@ namespace ovtx::system::thread::v1 {
 class Thread {
   public:
     // Starts `body` at once on a new thread. The name shows in `ps -L` and debuggers (the kernel
-    // keeps its first 15 characters). An exception that leaves the body ends the thread, not the
-    // process: its text goes to the standard error stream.
+    // keeps its first 15 characters). An exception that leaves the body ends the process through
+    // std::terminate, after "Thread <name> ended by an exception: <text>" on standard error.
     Thread(std::string name, std::function<void()> body);
 
     Thread(const Thread&) = delete;

@@ -1,6 +1,7 @@
 #include "system/thread/thread.h"
 
 #include "log/testing/capturing_logger.h"
+#include "system/process/process.h"
 
 #include <gtest/gtest.h>
 
@@ -31,15 +32,14 @@ TEST(ThreadTest, Destructor_WaitsForTheBody) {
     EXPECT_TRUE(finished);
 }
 
-TEST(ThreadTest, ThrowingBody_EndsOnlyItsThread) {
-    std::atomic<bool> started{false};
-    {
-        Thread thread("test_throw", [&] {
-            started = true;
-            throw std::runtime_error("job failed");
-        });
-    }
-    EXPECT_TRUE(started);
+TEST(ThreadDeathTest, ThrowingBody_EndsTheProcessWithTheTerminateCode) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            ovtx::system::process::v1::installFaultHandling();
+            Thread thread("test_throw", [] { throw std::runtime_error("job failed"); });
+        },
+        ::testing::ExitedWithCode(3), "Thread test_throw ended by an exception: job failed");
 }
 
 struct CpuListCase {
