@@ -1,54 +1,38 @@
-// The daemon binary end to end: exit codes and standard-error texts of whole runs.
+// The daemon binary end to end: exit codes, standard-error texts and log lines of whole runs.
 #include <gtest/gtest.h>
-#include "system/process/piped_child.h"
 
-#include <csignal>
-#include <filesystem>
-#include <fstream>
+#include <string>
+#include <vector>
 
 #include "log/testing/log_file_reader.h"
-#include "system/process/testing/child_process.h"
+#include "system/process/piped_child.h"
+#include "testing/files.h"
+#include "testing/install_root.h"
 
 namespace {
 
 using ovtx::log::log_perf::v4::testing::containsText;
 using ovtx::log::log_perf::v4::testing::readLogFile;
-using ovtx::system::process::testing::binaryPath;
-using ovtx::system::process::testing::ChildProcess;
-namespace fs = std::filesystem;
-using std::chrono::seconds;
+using ovtx::system::process::v1::ExitStatus;
+using ovtx::system::process::v1::PipedChild;
+using ovtx::system::process::v1::SpawnOptions;
+using ovtx::test_support::v1::binaryPath;
+using ovtx::test_support::v1::InstallRoot;
+using namespace std::chrono_literals;
 
-class SdiTapBinaryTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
-        m_dir = fs::temp_directory_path() /
-                ("sdi_tap_e2e_" + std::to_string(ovtx::system::process::v1::currentProcessId()) + "_" +
-                 test->name());
-        fs::create_directories(m_dir / "registry");
-    }
-    void TearDown() override { fs::remove_all(m_dir); }
+constexpr auto kTimeout = 60s;
 
-    // Installs the root <dir>/root with the Pathname <dir>/root/App/Bin.
-    void installRoot() {
-        const fs::path key = m_dir / "registry" / "SOFTWARE" / "FirmwareAgent" / "CurrentVersion";
-        fs::create_directories(key);
-        fs::create_directories(root() / "App" / "Bin");
-        std::ofstream(key / "Pathname") << (root() / "App" / "Bin").string() << "\n";
-    }
-    fs::path root() const { return m_dir / "root"; }
+PipedChild startDaemon(const InstallRoot& install, const std::vector<std::string>& arguments) {
+    SpawnOptions options;
+    options.environment = install.environment();
+    options.captureStandardError = true;
+    return PipedChild::spawn(binaryPath("sdi_tap"), arguments, options);
+}
 
-    ChildProcess start(const std::vector<std::string>& arguments) {
-        return ChildProcess(binaryPath("sdi_tap"), arguments,
-                            {{"SDI_TAP_REGISTRY", (m_dir / "registry").string()}});
-    }
-
-    fs::path m_dir;
-};
-
-TEST_F(SdiTapBinaryTest, BadCommandLinePrintsMessageAndUsage) {
-    ChildProcess daemon = start({"-sdiport", "1", "-videoformat", "3"});
-    EXPECT_EQ(daemon.waitExitCode(seconds(60)), 1);
+TEST(SdiTapBinaryTest, BadCommandLine_PrintsMessageAndUsage) {
+    InstallRoot install;
+    PipedChild daemon = startDaemon(install, {"-sdiport", "1", "-videoformat", "3"});
+    EXPECT_EQ(daemon.wait(kTimeout), ExitStatus::exitedWith(1));
     const std::string errors = daemon.standardError();
     EXPECT_EQ(
         errors.rfind("SdiPort must be 0\n\nUsage: \n  1 : " + binaryPath("sdi_tap") + " -sdiport <port>", 0),
@@ -58,53 +42,42 @@ TEST_F(SdiTapBinaryTest, BadCommandLinePrintsMessageAndUsage) {
               std::string::npos);
 }
 
-TEST_F(SdiTapBinaryTest, UnreadableRoot_FailsWithoutLogFile) {
+TEST(SdiTapBinaryTest, UnreadableRoot_FailsWithoutLogFile) {
     // No Pathname at all, then one that does not fit the value buffer of 255 bytes with its NUL.
-    for (const bool installed : {false, true}) {
-        if (installed) {
-            installRoot();
-            std::ofstream(m_dir / "registry" / "SOFTWARE" / "FirmwareAgent" / "CurrentVersion" / "Pathname")
-                << (root() / "App" / "Bin").string() << std::string(255, 'x') << "\n";
+    for (const bool tooLong : {false, true}) {
+        InstallRoot install(false);
+        if (tooLong) {
+            install.setPathname((install.root() / "App" / "Bin").string() + std::string(255, 'x') + "\n");
         }
-        ChildProcess daemon = start({"-sdiport", "0", "-videoformat", "3"});
-        EXPECT_EQ(daemon.waitExitCode(seconds(60)), 1);
+        PipedChild daemon = startDaemon(install, {"-sdiport", "0", "-videoformat", "3"});
+        EXPECT_EQ(daemon.wait(kTimeout), ExitStatus::exitedWith(1)) << tooLong;
         EXPECT_EQ(daemon.standardError(), "Error: Could not find firmware root path\n");
-        EXPECT_FALSE(fs::exists(root() / "Logs"));
+        EXPECT_FALSE(std::filesystem::exists(install.root() / "Logs"));
     }
 }
 
-TEST_F(SdiTapBinaryTest, PatternRunStopsOnConsoleSignalsWithExitZero) {
-    installRoot();
-    for (int signalNumber : {SIGINT, SIGTERM}) {
-        ChildProcess daemon = start({"-sdiport", "0", "-videoformat", "3"});
-        ASSERT_TRUE(daemon.waitForOutput("SDI board not found, switched to pattern mode.", seconds(60)))
-            << daemon.standardError();
-        daemon.signal(signalNumber);
-        EXPECT_EQ(daemon.waitExitCode(seconds(60)), 0) << "signal " << signalNumber << "\n"
-                                                       << daemon.standardError();
-    }
-}
-
-TEST_F(SdiTapBinaryTest, PrintReportsTheMissingApiBeforeSwitching) {
-    installRoot();
-    ChildProcess daemon = start({"-sdiport", "0", "-videoformat", "3", "-print"});
-    ASSERT_TRUE(daemon.waitForOutput("SDI board not found, switched to pattern mode.", seconds(60)))
+// Without a board the daemon switches to its pattern source by itself; -print adds the API line.
+TEST(SdiTapBinaryTest, NoBoard_SwitchesToPatternAndStopsOnTerminate) {
+    InstallRoot install;
+    PipedChild daemon = startDaemon(install, {"-sdiport", "0", "-videoformat", "3", "-print"});
+    ASSERT_TRUE(daemon.waitForStandardError("SDI board not found, switched to pattern mode.", kTimeout))
         << daemon.standardError();
-    daemon.signal(SIGINT);
-    EXPECT_EQ(daemon.waitExitCode(seconds(60)), 0);
-    const auto lines = readLogFile((root() / "Logs" / "sdi_tap.0.log").string());
+    daemon.kill(PipedChild::Signal::Terminate);
+    EXPECT_EQ(daemon.wait(kTimeout), ExitStatus::exitedWith(0)) << daemon.standardError();
+    const auto lines = readLogFile(install.logFile("0").string());
+    EXPECT_TRUE(containsText(lines, "API initialisation Failure"));
     EXPECT_TRUE(containsText(lines, "API v0.0.0  Board(s) 0"));
 }
 
-TEST_F(SdiTapBinaryTest, PatternSwitchSaysNothingAboutTheBoard) {
-    installRoot();
-    ChildProcess daemon = start({"-SDIPORT", "0", "-videoformat", "3", "-pattern"});
-    ASSERT_TRUE(daemon.waitForOutput("API initialisation Failure", seconds(60))) << daemon.standardError();
-    daemon.signal(SIGINT);
-    EXPECT_EQ(daemon.waitExitCode(seconds(60)), 0);
+TEST(SdiTapBinaryTest, PatternSwitch_SaysNothingAboutTheBoardAndStopsOnInterrupt) {
+    InstallRoot install;
+    PipedChild daemon = startDaemon(install, {"-SDIPORT", "0", "-videoformat", "3", "-pattern"});
+    ASSERT_TRUE(daemon.waitForStandardError("API initialisation Failure", kTimeout))
+        << daemon.standardError();
+    daemon.kill(PipedChild::Signal::Interrupt);
+    EXPECT_EQ(daemon.wait(kTimeout), ExitStatus::exitedWith(0));
     EXPECT_EQ(daemon.standardError().find("switched to pattern mode"), std::string::npos);
-    const auto lines = readLogFile((root() / "Logs" / "sdi_tap.0.log").string());
-    EXPECT_TRUE(containsText(lines, "API initialisation Failure"));
+    EXPECT_TRUE(containsText(readLogFile(install.logFile("0").string()), "API initialisation Failure"));
 }
 
 }  // namespace

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "system/ipc/named_objects.h"
-#include "system/ipc/test_processes.h"
+#include "system/ipc/testing/ipc_helper.h"
 
 namespace {
 
@@ -47,13 +47,23 @@ void measurePulseLatency(const std::string& base, int samples) {
         return;
     }
     auto* words = static_cast<std::atomic<std::int64_t>*>(view.data());
-    testing::HelperProcess waiter({"pulse-waiter", base});
+    testing::PipedChild waiter = testing::startIpcHelper({"pulse-waiter", base});
+    const auto waiterSleeps = [&] {
+        const auto deadline = Clock::now() + 5s;
+        while (!testing::sleepsOnSharedFutex(waiter.pid())) {
+            if (Clock::now() > deadline) {
+                return false;
+            }
+            std::this_thread::sleep_for(1ms);
+        }
+        return true;
+    };
 
     std::vector<double> latenciesUs;
     int missed = 0;
     for (int i = 0; i < samples; ++i) {
         words[1].store(-1);
-        if (!testing::eventually([&] { return waiter.sleepsOnSharedFutex(); }, 5s)) {
+        if (!waiterSleeps()) {
             std::printf("pulse -> wake: the waiter never slept\n");
             break;
         }

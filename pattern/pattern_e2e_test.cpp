@@ -2,8 +2,8 @@
 // dumps the run to Y4M and WAV while it checks the continuity of times and samples, and
 // sdi_tap_stop or SIGINT ends the run with exit code 0 and nothing left in /dev/shm.
 //
-// PatternE2eTest runs PatternLoop through pattern_loop_helper on a port name of its own.
-// SdiTapPatternE2eTest runs the daemon itself on port 0, once it runs the pattern source.
+// PatternE2eTest runs PatternLoop through pattern_loop_helper on a port name of its own;
+// SdiTapPatternE2eTest runs the daemon itself on port 0.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -13,23 +13,27 @@
 #include <string>
 #include <vector>
 
-#include "pattern/run_test_support.h"
 #include "system/process/piped_child.h"
-#include "system/process/testing/test_files.h"
-#include "system/process/testing/tool_run.h"
+#include "testing/files.h"
+#include "testing/install_root.h"
+#include "testing/shm.h"
+#include "testing/tool_run.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using ovtx::pattern::pattern_source::v1::sharedObjectsOf;
-using ovtx::system::process::testing::binaryPath;
-using ovtx::system::process::testing::finishTool;
-using ovtx::system::process::testing::readFileBytes;
-using ovtx::system::process::testing::runTool;
-using ovtx::system::process::testing::ToolResult;
-using ovtx::system::process::testing::valueAt;
-using ovtx::system::process::v1::currentProcessId;
+using ovtx::system::process::v1::ExitStatus;
 using ovtx::system::process::v1::PipedChild;
+using ovtx::system::process::v1::SpawnOptions;
+using ovtx::test_support::v1::binaryPath;
+using ovtx::test_support::v1::finishTool;
+using ovtx::test_support::v1::InstallRoot;
+using ovtx::test_support::v1::readFileBytes;
+using ovtx::test_support::v1::runObjects;
+using ovtx::test_support::v1::runTool;
+using ovtx::test_support::v1::ToolResult;
+using ovtx::test_support::v1::uniqueName;
+using ovtx::test_support::v1::valueAt;
 namespace fs = std::filesystem;
 
 constexpr auto kTimeout = 60s;
@@ -39,11 +43,6 @@ std::int64_t field(const std::string& line, const std::string& key) {
     const std::size_t at = line.find(" " + key + "=");
     EXPECT_NE(at, std::string::npos) << key << " in " << line;
     return at == std::string::npos ? -1 : std::stoll(line.substr(at + key.size() + 2));
-}
-
-int exitCodeOf(PipedChild& run) {
-    const auto status = run.wait(kTimeout);
-    return status && status->exited ? status->code : -1;
 }
 
 // Follows `portName` for `records` records into files under `dir`, and checks that each channel's
@@ -100,8 +99,7 @@ void followAndCheck(const std::string& portName, const fs::path& dir, int record
 class PatternE2eTest : public testing::Test {
   protected:
     void SetUp() override {
-        m_port = "pe" + std::to_string(currentProcessId()) + "x" +
-                 testing::UnitTest::GetInstance()->current_test_info()->name();
+        m_port = uniqueName("pe");
         m_dir = fs::temp_directory_path() / ("sdi_tap_pattern_" + m_port);
         fs::create_directories(m_dir);
     }
@@ -112,7 +110,7 @@ class PatternE2eTest : public testing::Test {
             m_run.wait(kTimeout);
         }
         fs::remove_all(m_dir);
-        EXPECT_EQ(sharedObjectsOf(m_port), std::vector<std::string>{});
+        EXPECT_EQ(runObjects(m_port), std::vector<std::string>{});
     }
 
     void startRun(const std::string& format, const std::string& bitDepth) {
@@ -130,61 +128,28 @@ TEST_F(PatternE2eTest, FollowedRun_IsContinuousAndEndsBySdiTapStop) {
     startRun("0", "8");
     followAndCheck(m_port, m_dir, 200, 720, 576, 8);
     EXPECT_EQ(runTool("sdi_tap_stop", {m_port}).exitCode, 0);
-    EXPECT_EQ(exitCodeOf(m_run), 0);
+    EXPECT_EQ(m_run.wait(kTimeout), ExitStatus::exitedWith(0));
 }
 
 TEST_F(PatternE2eTest, TenBitRun_IsContinuousAndEndsByInterrupt) {
     startRun("2", "10");
     followAndCheck(m_port, m_dir, 120, 720, 480, 10);
     ASSERT_TRUE(m_run.kill(PipedChild::Signal::Interrupt));
-    EXPECT_EQ(exitCodeOf(m_run), 0);
+    EXPECT_EQ(m_run.wait(kTimeout), ExitStatus::exitedWith(0));
 }
 
-// The daemon on its default path: no board, port 0, 1080p25.
-class SdiTapPatternE2eTest : public testing::Test {
-  protected:
-    void SetUp() override {
-        m_dir = fs::temp_directory_path() / ("sdi_tap_pattern_daemon_" + std::to_string(currentProcessId()));
-        const fs::path key = m_dir / "registry" / "SOFTWARE" / "FirmwareAgent" / "CurrentVersion";
-        fs::create_directories(key);
-        fs::create_directories(m_dir / "root" / "App" / "Bin");
-        std::ofstream(key / "Pathname") << (m_dir / "root" / "App" / "Bin").string() << "\n";
-        // Children inherit the environment: the daemon finds its installation root through it.
-        ::setenv("SDI_TAP_REGISTRY", (m_dir / "registry").c_str(), 1);
-    }
-
-    void TearDown() override {
-        if (m_daemon.valid()) {
-            m_daemon.kill(PipedChild::Signal::Kill);
-            m_daemon.wait(kTimeout);
-        }
-        if (!m_dir.empty()) {
-            fs::remove_all(m_dir);
-            EXPECT_EQ(sharedObjectsOf("0"), std::vector<std::string>{});
-        }
-    }
-
-    void startDaemon() {
-        m_daemon = PipedChild::spawn(binaryPath("sdi_tap"), {"-sdiport", "0", "-videoformat", "3"});
-        ASSERT_TRUE(m_daemon.valid());
-    }
-
-    fs::path m_dir;
-    PipedChild m_daemon;
-};
-
-TEST_F(SdiTapPatternE2eTest, DefaultRun_IsFollowedAndEndsBySdiTapStop) {
-    startDaemon();
-    followAndCheck("0", m_dir, 60, 1920, 1080, 8);
+// The daemon on its default path: no board, port 0, 1080p25. Its stop by a console signal is
+// tested with the binary's other runs.
+TEST(SdiTapPatternE2eTest, DefaultRun_IsFollowedAndEndsBySdiTapStop) {
+    InstallRoot install;
+    SpawnOptions options;
+    options.environment = install.environment();
+    PipedChild daemon =
+        PipedChild::spawn(binaryPath("sdi_tap"), {"-sdiport", "0", "-videoformat", "3"}, options);
+    followAndCheck("0", install.directory(), 60, 1920, 1080, 8);
     EXPECT_EQ(runTool("sdi_tap_stop", {"0"}).exitCode, 0);
-    EXPECT_EQ(exitCodeOf(m_daemon), 0);
-}
-
-TEST_F(SdiTapPatternE2eTest, DefaultRun_EndsByInterrupt) {
-    startDaemon();
-    followAndCheck("0", m_dir, 60, 1920, 1080, 8);
-    ASSERT_TRUE(m_daemon.kill(PipedChild::Signal::Interrupt));
-    EXPECT_EQ(exitCodeOf(m_daemon), 0);
+    EXPECT_EQ(daemon.wait(kTimeout), ExitStatus::exitedWith(0));
+    EXPECT_EQ(runObjects("0"), std::vector<std::string>{});
 }
 
 }  // namespace

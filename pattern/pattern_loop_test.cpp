@@ -15,13 +15,13 @@
 #include "pattern/beep_audio.h"
 #include "pattern/frame_rational.h"
 #include "pattern/pattern_format.h"
-#include "pattern/run_test_support.h"
 #include "simulcast/capture_records.h"
 #include "simulcast/simulcast_reader.h"
 #include "system/ipc/generic_shared_memory.h"
 #include "system/ipc/named_objects.h"
 #include "system/process/piped_child.h"
-#include "system/process/testing/test_files.h"
+#include "testing/files.h"
+#include "testing/shm.h"
 
 namespace {
 
@@ -31,9 +31,10 @@ namespace records = ovtx::simulcast::capture_records::v1;
 using ovtx::simulcast::simulcast_channel::v1::SimulcastReader;
 using ovtx::system::ipc::v2::GenericSharedMemory;
 using ovtx::system::ipc::v2::NamedEvent;
-using ovtx::system::process::testing::binaryPath;
-using ovtx::system::process::v1::currentProcessId;
 using ovtx::system::process::v1::PipedChild;
+using ovtx::test_support::v1::binaryPath;
+using ovtx::test_support::v1::runObjects;
+using ovtx::test_support::v1::uniqueName;
 
 constexpr int kFormat = 0;  // 720 x 576 at 25 frames a second: small and quick
 constexpr auto kGenerous = 60s;
@@ -42,8 +43,7 @@ class PatternLoopTest : public testing::Test {
   protected:
     void SetUp() override {
         helper = binaryPath("pattern_loop_helper");
-        portName = "pl" + std::to_string(currentProcessId()) + "x" +
-                   testing::UnitTest::GetInstance()->current_test_info()->name();
+        portName = uniqueName("pl");
         errorsFile = (std::filesystem::path(testing::TempDir()) / (portName + ".stderr")).string();
     }
 
@@ -192,7 +192,7 @@ TEST_F(PatternLoopTest, FollowedRun_IsContinuousAndStopsByTheNamedEvent) {
 
     stop.close();
     readers.reset();
-    EXPECT_EQ(sharedObjectsOf(portName), std::vector<std::string>{}) << "the readers were the last holders";
+    EXPECT_EQ(runObjects(portName), std::vector<std::string>{}) << "the readers were the last holders";
 }
 
 TEST_F(PatternLoopTest, Interrupt_ClearsTheRunFlagAndLeavesNothingInDevShm) {
@@ -206,7 +206,7 @@ TEST_F(PatternLoopTest, Interrupt_ClearsTheRunFlagAndLeavesNothingInDevShm) {
     }
     ASSERT_TRUE(child.kill(PipedChild::Signal::Interrupt));
     EXPECT_EQ(exitCode(), 0);
-    EXPECT_EQ(sharedObjectsOf(portName), std::vector<std::string>{});
+    EXPECT_EQ(runObjects(portName), std::vector<std::string>{});
 }
 
 TEST_F(PatternLoopTest, ChannelThatCannotOpen_SaysSoAndEndsWithExitZero) {
@@ -217,7 +217,7 @@ TEST_F(PatternLoopTest, ChannelThatCannotOpen_SaysSoAndEndsWithExitZero) {
     EXPECT_EQ(exitCode(), 0);
     EXPECT_NE(errors().find("Framerate: 25 fps\nCould not open simulcast\n"), std::string::npos) << errors();
     std::filesystem::remove(blocker);
-    EXPECT_EQ(sharedObjectsOf(portName), std::vector<std::string>{});
+    EXPECT_EQ(runObjects(portName), std::vector<std::string>{});
 }
 
 }  // namespace

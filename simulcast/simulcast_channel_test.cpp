@@ -15,25 +15,23 @@
 #include "simulcast/simulcast_writer.h"
 #include "system/ipc/named_objects.h"
 #include "system/process/piped_child.h"
-#include "system/process/testing/test_files.h"
+#include "testing/files.h"
+#include "testing/shm.h"
 
 namespace {
 
 using namespace ovtx::simulcast::simulcast_channel::v1;
 using namespace std::chrono_literals;
 namespace ipc = ovtx::system::ipc::v2;
-using ovtx::system::process::v1::currentProcessId;
 using ovtx::system::process::v1::PipedChild;
+using ovtx::test_support::v1::shmEntries;
+using ovtx::test_support::v1::uniqueName;
 
 constexpr auto kAnswerTimeout = 30s;
 
 class SimulcastChannelTest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        static int counter = 0;
-        m_name =
-            "sdi_tap_channel_test_" + std::to_string(currentProcessId()) + "_" + std::to_string(++counter);
-    }
+    void SetUp() override { m_name = uniqueName("sdi_tap_channel_test_"); }
 
     void TearDown() override {
         // Helpers leave as a consumer would; one that doesn't is killed and reaped.
@@ -43,32 +41,14 @@ class SimulcastChannelTest : public ::testing::Test {
             }
         }
         m_helpers.clear();
-        EXPECT_EQ(leftovers(), std::vector<std::string>{});
-    }
-
-    // Names in /dev/shm that belong to this test.
-    std::vector<std::string> leftovers() const {
-        std::vector<std::string> found;
-        for (const auto& entry : std::filesystem::directory_iterator("/dev/shm")) {
-            if (entry.path().filename().string().starts_with(m_name)) {
-                found.push_back(entry.path().filename().string());
-            }
-        }
-        return found;
+        EXPECT_EQ(shmEntries(m_name), std::vector<std::string>{});
     }
 
     PipedChild& startHelper() {
         m_helpers.push_back(
-            PipedChild::spawn(ovtx::system::process::testing::binaryPath("simulcast_test_helper"), {}));
+            PipedChild::spawn(ovtx::test_support::v1::binaryPath("simulcast_test_helper"), {}));
         EXPECT_TRUE(m_helpers.back().valid());
         return m_helpers.back();
-    }
-
-    static std::string ask(PipedChild& helper, const std::string& command) {
-        if (!helper.writeLine(command)) {
-            return "<write failed>";
-        }
-        return helper.readLine(kAnswerTimeout).value_or("<no answer>");
     }
 
     std::string openCommand(std::int32_t numChunks, std::int32_t maxChunkBytes) const {
@@ -177,8 +157,8 @@ TEST_F(SimulcastChannelTest, OpenTwiceOrOddChunksOrClosed_Refused) {
 
 TEST_F(SimulcastChannelTest, WriterInOtherProcess_ReaderGetsChunksInOrderFromSequenceTwo) {
     PipedChild& writer = startHelper();
-    ASSERT_EQ(ask(writer, "wopen " + openCommand(8, 64)), "ok");
-    ASSERT_EQ(ask(writer, "write 2"), "ok");  // before the first read: never delivered
+    ASSERT_EQ(writer.ask("wopen " + openCommand(8, 64)), "ok");
+    ASSERT_EQ(writer.ask("write 2"), "ok");  // before the first read: never delivered
 
     SimulcastReader reader;
     ASSERT_TRUE(reader.open(m_name.c_str()));
@@ -188,7 +168,7 @@ TEST_F(SimulcastChannelTest, WriterInOtherProcess_ReaderGetsChunksInOrderFromSeq
     EXPECT_FALSE(idle.delivered);
     EXPECT_TRUE(idle.timedOut);
 
-    ASSERT_EQ(ask(writer, "write 3"), "ok");
+    ASSERT_EQ(writer.ask("write 3"), "ok");
     for (std::uint64_t expected : {4u, 5u, 6u}) {
         const LocalRead chunk = readHere(reader, 10000);
         ASSERT_TRUE(chunk.delivered);
@@ -204,37 +184,37 @@ TEST_F(SimulcastChannelTest, ReadSizeOutOfRange_FailsWithoutTimeout) {
     SimulcastWriter writer;
     ASSERT_TRUE(writer.open(8, 64, m_name.c_str()));
     PipedChild& reader = startHelper();
-    ASSERT_EQ(ask(reader, "ropen " + m_name), "ok");
-    EXPECT_EQ(ask(reader, "read 65 1000"), "fail");
-    EXPECT_EQ(ask(reader, "read -1 1000"), "fail");
-    EXPECT_EQ(ask(reader, "read 64 0"), "timeout");
+    ASSERT_EQ(reader.ask("ropen " + m_name), "ok");
+    EXPECT_EQ(reader.ask("read 65 1000"), "fail");
+    EXPECT_EQ(reader.ask("read -1 1000"), "fail");
+    EXPECT_EQ(reader.ask("read 64 0"), "timeout");
 }
 
 TEST_F(SimulcastChannelTest, ReaderInOtherProcess_SeesTheTestsChunks) {
     SimulcastWriter writer;
     ASSERT_TRUE(writer.open(8, 64, m_name.c_str()));
     PipedChild& reader = startHelper();
-    ASSERT_EQ(ask(reader, "ropen " + m_name), "ok");
-    ASSERT_EQ(ask(reader, "read 8 0"), "timeout");  // fixes the reader's start
+    ASSERT_EQ(reader.ask("ropen " + m_name), "ok");
+    ASSERT_EQ(reader.ask("read 8 0"), "timeout");  // fixes the reader's start
     writeChunks(writer, 2);
-    EXPECT_EQ(ask(reader, "read 8 10000"), delivered(2, true));
-    EXPECT_EQ(ask(reader, "read 8 10000"), delivered(3, false));
+    EXPECT_EQ(reader.ask("read 8 10000"), delivered(2, true));
+    EXPECT_EQ(reader.ask("read 8 10000"), delivered(3, false));
 }
 
 TEST_F(SimulcastChannelTest, ReaderBeforeWriter_FailsThenSucceeds) {
     PipedChild& reader = startHelper();
-    EXPECT_EQ(ask(reader, "ropen " + m_name), "fail");
+    EXPECT_EQ(reader.ask("ropen " + m_name), "fail");
     SimulcastWriter writer;
     ASSERT_TRUE(writer.open(8, 64, m_name.c_str()));
-    EXPECT_EQ(ask(reader, "ropen " + m_name), "ok");
+    EXPECT_EQ(reader.ask("ropen " + m_name), "ok");
 }
 
 TEST_F(SimulcastChannelTest, ReaderBetweenWritersSteps_FailsThenSucceedsOnRetry) {
     PipedChild& writer = startHelper();
-    ASSERT_EQ(ask(writer, "partial " + openCommand(8, 64)), "ok");
+    ASSERT_EQ(writer.ask("partial " + openCommand(8, 64)), "ok");
     SimulcastReader reader;
     EXPECT_FALSE(reader.open(m_name.c_str()));  // block filled, data mutex not there yet
-    ASSERT_EQ(ask(writer, "wopen " + openCommand(8, 64)), "ok");
+    ASSERT_EQ(writer.ask("wopen " + openCommand(8, 64)), "ok");
     EXPECT_TRUE(reader.open(m_name.c_str()));
 }
 
@@ -242,34 +222,34 @@ TEST_F(SimulcastChannelTest, ReaderFallsBehindRing_DiscontinuityThenIndexOrder) 
     SimulcastWriter writer;
     ASSERT_TRUE(writer.open(8, 64, m_name.c_str()));
     PipedChild& reader = startHelper();
-    ASSERT_EQ(ask(reader, "ropen " + m_name), "ok");
-    ASSERT_EQ(ask(reader, "read 8 0"), "timeout");
+    ASSERT_EQ(reader.ask("ropen " + m_name), "ok");
+    ASSERT_EQ(reader.ask("read 8 0"), "timeout");
     writeChunks(writer, 1);
-    EXPECT_EQ(ask(reader, "read 8 10000"), delivered(2, true));
+    EXPECT_EQ(reader.ask("read 8 10000"), delivered(2, true));
     writeChunks(writer, 11);  // sequences 3..13 wrap the 8-chunk ring; index 1 now holds 11
-    EXPECT_EQ(ask(reader, "read 8 10000"), delivered(11, true));
-    EXPECT_EQ(ask(reader, "read 8 10000"), delivered(12, false));
-    EXPECT_EQ(ask(reader, "read 8 10000"), delivered(13, false));
-    EXPECT_EQ(ask(reader, "read 8 0"), "timeout");
+    EXPECT_EQ(reader.ask("read 8 10000"), delivered(11, true));
+    EXPECT_EQ(reader.ask("read 8 10000"), delivered(12, false));
+    EXPECT_EQ(reader.ask("read 8 10000"), delivered(13, false));
+    EXPECT_EQ(reader.ask("read 8 0"), "timeout");
 }
 
 TEST_F(SimulcastChannelTest, WriterRestartsWithReaderAttached_Discontinuity) {
     SimulcastReader reader;
     PipedChild& first = startHelper();
-    ASSERT_EQ(ask(first, "wopen " + openCommand(8, 64)), "ok");
+    ASSERT_EQ(first.ask("wopen " + openCommand(8, 64)), "ok");
     ASSERT_TRUE(reader.open(m_name.c_str()));
     EXPECT_TRUE(readHere(reader, 0).timedOut);
-    ASSERT_EQ(ask(first, "write 2"), "ok");
+    ASSERT_EQ(first.ask("write 2"), "ok");
     ASSERT_TRUE(readHere(reader, 10000).delivered);
     const LocalRead second = readHere(reader, 10000);
     ASSERT_TRUE(second.delivered);
     EXPECT_FALSE(second.discontinuity);
-    ASSERT_EQ(ask(first, "wclose"), "ok");
-    ASSERT_EQ(ask(first, "exit"), "<no answer>");
+    ASSERT_EQ(first.ask("wclose"), "ok");
+    ASSERT_EQ(first.ask("exit"), "<no answer>");
 
     PipedChild& restarted = startHelper();
-    ASSERT_EQ(ask(restarted, "wopen " + openCommand(8, 64)), "ok");
-    ASSERT_EQ(ask(restarted, "write 1"), "ok");
+    ASSERT_EQ(restarted.ask("wopen " + openCommand(8, 64)), "ok");
+    ASSERT_EQ(restarted.ask("write 1"), "ok");
     // The reader stands on index 2, cleared by the restart and not written since.
     const LocalRead afterRestart = readHere(reader, 10000);
     ASSERT_TRUE(afterRestart.delivered);
@@ -279,13 +259,13 @@ TEST_F(SimulcastChannelTest, WriterRestartsWithReaderAttached_Discontinuity) {
 
 TEST_F(SimulcastChannelTest, WriterKilledHoldingDataMutex_ReaderGoesOn) {
     PipedChild& writer = startHelper();
-    ASSERT_EQ(ask(writer, "wopen " + openCommand(8, 64)), "ok");
+    ASSERT_EQ(writer.ask("wopen " + openCommand(8, 64)), "ok");
     SimulcastReader reader;
     ASSERT_TRUE(reader.open(m_name.c_str()));
     EXPECT_TRUE(readHere(reader, 0).timedOut);
-    ASSERT_EQ(ask(writer, "write 1"), "ok");
+    ASSERT_EQ(writer.ask("write 1"), "ok");
     ASSERT_TRUE(readHere(reader, 10000).delivered);
-    ASSERT_EQ(ask(writer, "begin"), "begun");
+    ASSERT_EQ(writer.ask("begin"), "begun");
     ASSERT_TRUE(writer.kill(PipedChild::Signal::Kill));
     const auto status = writer.wait(kAnswerTimeout);
     ASSERT_TRUE(status.has_value());
@@ -307,9 +287,9 @@ TEST_F(SimulcastChannelTest, WriterKilledHoldingDataMutex_ReaderGoesOn) {
 TEST_F(SimulcastChannelTest, EveryHolderKilled_FreshOpenAndCloseLeaveNothing) {
     PipedChild& writer = startHelper();
     PipedChild& reader = startHelper();
-    ASSERT_EQ(ask(writer, "wopen " + openCommand(8, 64)), "ok");
-    ASSERT_EQ(ask(reader, "ropen " + m_name), "ok");
-    ASSERT_EQ(ask(writer, "begin"), "begun");
+    ASSERT_EQ(writer.ask("wopen " + openCommand(8, 64)), "ok");
+    ASSERT_EQ(reader.ask("ropen " + m_name), "ok");
+    ASSERT_EQ(writer.ask("begin"), "begun");
     for (PipedChild* helper : {&writer, &reader}) {
         helper->kill(PipedChild::Signal::Kill);
         ASSERT_TRUE(helper->wait(kAnswerTimeout).has_value());

@@ -8,28 +8,29 @@
 #include <vector>
 
 #include "system/process/piped_child.h"
-#include "system/process/testing/test_files.h"
-#include "system/process/testing/tool_run.h"
+#include "testing/files.h"
+#include "testing/shm.h"
+#include "testing/tool_run.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using ovtx::system::process::testing::binaryPath;
-using ovtx::system::process::testing::finishTool;
-using ovtx::system::process::testing::readFileBytes;
-using ovtx::system::process::testing::runTool;
-using ovtx::system::process::testing::ToolResult;
-using ovtx::system::process::testing::valueAt;
-using ovtx::system::process::v1::currentProcessId;
 using ovtx::system::process::v1::PipedChild;
+using ovtx::test_support::v1::binaryPath;
+using ovtx::test_support::v1::finishTool;
+using ovtx::test_support::v1::readFileBytes;
+using ovtx::test_support::v1::runTool;
+using ovtx::test_support::v1::shmEntries;
+using ovtx::test_support::v1::ToolResult;
+using ovtx::test_support::v1::uniqueName;
+using ovtx::test_support::v1::valueAt;
 
 constexpr auto kTimeout = 60s;
 
 class SimulcastToolsTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        static int counter = 0;
-        m_port = "e2e" + std::to_string(currentProcessId()) + "x" + std::to_string(++counter);
+        m_port = uniqueName("e2e");
         m_dir = std::filesystem::temp_directory_path() / ("sdi_tap_tools_" + m_port);
         std::filesystem::create_directories(m_dir);
     }
@@ -42,9 +43,7 @@ class SimulcastToolsTest : public ::testing::Test {
         }
         m_run = PipedChild();
         std::filesystem::remove_all(m_dir);
-        for (const auto& entry : std::filesystem::directory_iterator("/dev/shm")) {
-            EXPECT_EQ(entry.path().filename().string().find(m_port), std::string::npos) << entry.path();
-        }
+        EXPECT_EQ(shmEntries(m_port), std::vector<std::string>{});
     }
 
     void startRun() {

@@ -12,12 +12,15 @@
 #include <type_traits>
 #include <vector>
 
-#include "system/ipc/shm_test_fixture.h"
+#include "system/ipc/testing/ipc_helper.h"
+#include "testing/shm.h"
 
 namespace {
 
 using ovtx::system::ipc::v2::GenericSharedMemory;
 using namespace ovtx::system::ipc::v2::testing;
+using namespace ovtx::test_support::v1;
+using ovtx::system::process::v1::ExitStatus;
 
 static_assert(!std::is_copy_constructible_v<GenericSharedMemory>);
 static_assert(!std::is_copy_assignable_v<GenericSharedMemory>);
@@ -30,7 +33,7 @@ std::uint32_t* words(const GenericSharedMemory& memory) {
 }
 
 TEST_F(GenericSharedMemoryTest, TwoProcesses_ShareTheBlockAndTheFirstSize) {
-    HelperProcess first;
+    PipedChild first = startIpcHelper();
     ASSERT_EQ(first.ask("generic " + name("2") + " 8"), "ok");
     ASSERT_EQ(first.ask("lock"), "ok");
     ASSERT_EQ(first.ask("write 4 77"), "ok");
@@ -49,7 +52,7 @@ TEST_F(GenericSharedMemoryTest, TwoProcesses_ShareTheBlockAndTheFirstSize) {
 TEST_F(GenericSharedMemoryTest, StorePastTheAskedSizeWithinThePage_IsSharedToo) {
     GenericSharedMemory memory(name("0"), 4);
     words(memory)[1] = 8;  // the format block stores 8 bytes into a block asked for with 4
-    HelperProcess other;
+    PipedChild other = startIpcHelper();
     ASSERT_EQ(other.ask("generic " + name("0") + " 4"), "ok");
     EXPECT_EQ(other.ask("read 4"), "value 8");
 }
@@ -57,11 +60,11 @@ TEST_F(GenericSharedMemoryTest, StorePastTheAskedSizeWithinThePage_IsSharedToo) 
 TEST_F(GenericSharedMemoryTest, HolderKilledUnderTheLock_NextLockTakesItAndTheBlockStays) {
     GenericSharedMemory memory(name("1"), 8);
     {
-        HelperProcess holder;
+        PipedChild holder = startIpcHelper();
         ASSERT_EQ(holder.ask("generic " + name("1") + " 8"), "ok");
         ASSERT_EQ(holder.ask("lock"), "ok");
         ASSERT_EQ(holder.ask("write 0 3"), "ok");
-        holder.kill();
+        holder.kill(PipedChild::Signal::Kill);
         holder.wait();
     }
     memory.lock();

@@ -8,12 +8,15 @@
 #include <string>
 #include <vector>
 
-#include "system/ipc/shm_test_fixture.h"
+#include "system/ipc/testing/ipc_helper.h"
+#include "testing/shm.h"
 
 namespace {
 
 using namespace ovtx::system::ipc::v2;
 using namespace ovtx::system::ipc::v2::testing;
+using namespace ovtx::test_support::v1;
+using ovtx::system::process::v1::ExitStatus;
 using namespace std::chrono_literals;
 
 using NamedObjectsTest = ShmTest;
@@ -23,8 +26,8 @@ std::uint32_t& wordAt(const MappedView& view, std::size_t offset) {
 }
 
 // A helper that holds the mutex `mutexName` locked.
-std::unique_ptr<HelperProcess> startLockedHolder(const std::string& mutexName) {
-    auto holder = std::make_unique<HelperProcess>();
+std::unique_ptr<PipedChild> startLockedHolder(const std::string& mutexName) {
+    auto holder = std::make_unique<PipedChild>(startIpcHelper());
     EXPECT_EQ(holder->ask("mutex " + mutexName), "ok");
     EXPECT_EQ(holder->ask("lock"), "ok");
     return holder;
@@ -33,7 +36,7 @@ std::unique_ptr<HelperProcess> startLockedHolder(const std::string& mutexName) {
 // ---- mappings ---------------------------------------------------------------------------------
 
 TEST_F(NamedObjectsTest, TwoProcesses_SeeEachOthersStoresAndTheFirstSize) {
-    HelperProcess other;
+    PipedChild other = startIpcHelper();
     ASSERT_EQ(other.ask("mapping " + name("MAP") + " 8192"), "ok 8192");
     ASSERT_EQ(other.ask("write 100 4242"), "ok");
 
@@ -79,7 +82,7 @@ TEST_F(NamedObjectsTest, View_KeepsTheObjectAfterItsMappingIsClosed) {
         wordAt(view, 0) = 9;
     }
     ASSERT_TRUE(shmEntryExists(name("MAP")));
-    HelperProcess other;
+    PipedChild other = startIpcHelper();
     EXPECT_EQ(other.ask("mapping " + name("MAP") + " 4096"), "ok 4096");
     EXPECT_EQ(other.ask("read 0"), "value 9");
     EXPECT_EQ(other.ask("close"), "ok");
@@ -89,7 +92,7 @@ TEST_F(NamedObjectsTest, View_KeepsTheObjectAfterItsMappingIsClosed) {
 }
 
 TEST_F(NamedObjectsTest, LastClose_RemovesTheObjectAndItsContent) {
-    HelperProcess other;
+    PipedChild other = startIpcHelper();
     ASSERT_EQ(other.ask("mapping " + name("MAP") + " 4096"), "ok 4096");
     ASSERT_EQ(other.ask("write 0 5"), "ok");
     {
@@ -125,10 +128,10 @@ TEST_F(NamedObjectsTest, OpenOnlyOfAnAbsentName_Fails) {
 
 TEST_F(NamedObjectsTest, KilledHolder_LeavesAStaleObjectThatTheNextOpenerRecreates) {
     {
-        HelperProcess holder;
+        PipedChild holder = startIpcHelper();
         ASSERT_EQ(holder.ask("mapping " + name("MAP") + " 8192"), "ok 8192");
         ASSERT_EQ(holder.ask("write 0 1234"), "ok");
-        holder.kill();
+        holder.kill(PipedChild::Signal::Kill);
         holder.wait();
     }
     ASSERT_TRUE(shmEntryExists(name("MAP"))) << "a killed holder cannot remove its object";
@@ -143,7 +146,7 @@ TEST_F(NamedObjectsTest, KilledHolder_LeavesAStaleObjectThatTheNextOpenerRecreat
 TEST_F(NamedObjectsTest, StaleMutexLeftLocked_IsRecreatedUnlocked) {
     {
         auto holder = startLockedHolder(name("MUTEX"));
-        holder->kill();
+        holder->kill(PipedChild::Signal::Kill);
         holder->wait();
     }
     NamedMutex mutex = NamedMutex::createOrJoin(name("MUTEX"));
@@ -153,9 +156,9 @@ TEST_F(NamedObjectsTest, StaleMutexLeftLocked_IsRecreatedUnlocked) {
 
 TEST_F(NamedObjectsTest, StaleEventLeftSet_IsRecreatedWithTheNewState) {
     {
-        HelperProcess holder;
+        PipedChild holder = startIpcHelper();
         ASSERT_EQ(holder.ask("create-event " + name("EVENT")), "ok");
-        holder.kill();
+        holder.kill(PipedChild::Signal::Kill);
         holder.wait();
     }
     NamedEvent event = NamedEvent::createOrJoin(name("EVENT"), NamedEvent::Reset::Manual, false);
@@ -167,9 +170,9 @@ TEST_F(NamedObjectsTest, StaleEventLeftSet_IsRecreatedWithTheNewState) {
 
 TEST_F(NamedObjectsTest, OpenOnlyOfAStaleObject_FailsAndRemovesIt) {
     {
-        HelperProcess holder;
+        PipedChild holder = startIpcHelper();
         ASSERT_EQ(holder.ask("mutex " + name("MUTEX")), "ok");
-        holder.kill();
+        holder.kill(PipedChild::Signal::Kill);
         holder.wait();
     }
     ASSERT_TRUE(shmEntryExists(name("MUTEX")));
@@ -180,14 +183,14 @@ TEST_F(NamedObjectsTest, OpenOnlyOfAStaleObject_FailsAndRemovesIt) {
 }
 
 TEST_F(NamedObjectsTest, OpenerKilledDuringInitialisation_DoesNotWedgeOthers) {
-    HelperProcess stuck({"hang-in-init", name("MAP"), "8192"});
+    PipedChild stuck = startIpcHelper({"hang-in-init", name("MAP"), "8192"});
     ASSERT_EQ(stuck.readLine(), "initialising");
 
-    HelperProcess waiting;
-    waiting.send("mapping " + name("MAP") + " 4096");
+    PipedChild waiting = startIpcHelper();
+    waiting.writeLine("mapping " + name("MAP") + " 4096");
     EXPECT_EQ(waiting.readLine(200ms), std::nullopt) << "the open must wait for the initialisation";
 
-    stuck.kill();
+    stuck.kill(PipedChild::Signal::Kill);
     stuck.wait();
     EXPECT_EQ(waiting.readLine(), "ok 4096") << "the half-made object is made afresh";
     EXPECT_EQ(waiting.ask("read 0"), "value 0");
@@ -195,12 +198,12 @@ TEST_F(NamedObjectsTest, OpenerKilledDuringInitialisation_DoesNotWedgeOthers) {
 
 TEST_F(NamedObjectsTest, OpenRacingTheLastClose_NeverJoinsADyingObject) {
     constexpr const char* kIterations = "2000";
-    HelperProcess first({"churn", name("MAP"), kIterations});
-    HelperProcess second({"churn", name("MAP"), kIterations});
+    PipedChild first = startIpcHelper({"churn", name("MAP"), kIterations});
+    PipedChild second = startIpcHelper({"churn", name("MAP"), kIterations});
     EXPECT_EQ(first.readLine(120s), "done");
     EXPECT_EQ(second.readLine(120s), "done");
-    EXPECT_EQ(first.wait(), 0);
-    EXPECT_EQ(second.wait(), 0);
+    EXPECT_EQ(first.wait(120s), ExitStatus::exitedWith(0));
+    EXPECT_EQ(second.wait(120s), ExitStatus::exitedWith(0));
 }
 
 // ---- mutexes ----------------------------------------------------------------------------------
@@ -215,7 +218,7 @@ TEST_F(NamedObjectsTest, MutexHolderKilled_HandsTheMutexOverAsAbandoned) {
         ASSERT_EQ(holder->ask("mapping " + name("MAP") + " 4096"), "ok 4096");
         ASSERT_EQ(holder->ask("write 0 31"), "ok");
         EXPECT_EQ(mutex.lockFor(0ms), WaitResult::TimedOut);
-        holder->kill();
+        holder->kill(PipedChild::Signal::Kill);
         holder->wait();
     }
     EXPECT_EQ(mutex.lockFor(30s), WaitResult::Abandoned);
@@ -223,7 +226,7 @@ TEST_F(NamedObjectsTest, MutexHolderKilled_HandsTheMutexOverAsAbandoned) {
     wordAt(view, 0) = 32;
     ASSERT_TRUE(mutex.unlock());
 
-    HelperProcess next;
+    PipedChild next = startIpcHelper();
     ASSERT_EQ(next.ask("mutex " + name("MUTEX")), "ok");
     ASSERT_EQ(next.ask("mapping " + name("MAP") + " 4096"), "ok 4096");
     EXPECT_EQ(next.ask("lock"), "ok") << "the mutex is consistent again";
@@ -262,11 +265,11 @@ TEST_F(NamedObjectsTest, MutexClosedWhileLocked_IsReleasedNotAbandoned) {
 class NamedEventTest : public NamedObjectsTest {
   protected:
     // A helper that has opened the event and sleeps in a wait of `timeout`.
-    std::unique_ptr<HelperProcess> startWaiter(const std::string& eventName, const char* timeout = "60000") {
-        auto waiter = std::make_unique<HelperProcess>();
+    std::unique_ptr<PipedChild> startWaiter(const std::string& eventName, const char* timeout = "60000") {
+        auto waiter = std::make_unique<PipedChild>(startIpcHelper());
         EXPECT_EQ(waiter->ask("event " + eventName), "ok");
-        waiter->send(std::string("wait ") + timeout);
-        EXPECT_TRUE(eventually([&] { return waiter->sleepsOnSharedFutex(); }));
+        waiter->writeLine(std::string("wait ") + timeout);
+        EXPECT_TRUE(eventually([&] { return sleepsOnSharedFutex(waiter->pid()); }));
         return waiter;
     }
 };
@@ -274,12 +277,12 @@ class NamedEventTest : public NamedObjectsTest {
 TEST_F(NamedEventTest, ManualEvent_SetResetAndPollAcrossProcesses) {
     NamedEvent event = NamedEvent::createOrJoin(name("EVENT"), NamedEvent::Reset::Manual, false);
     ASSERT_TRUE(event.valid());
-    HelperProcess other;
+    PipedChild other = startIpcHelper();
     ASSERT_EQ(other.ask("event " + name("EVENT")), "ok");
     EXPECT_EQ(other.ask("wait 0"), "TimedOut");
 
-    other.send("wait 60000");
-    ASSERT_TRUE(eventually([&] { return other.sleepsOnSharedFutex(); }));
+    other.writeLine("wait 60000");
+    ASSERT_TRUE(eventually([&] { return sleepsOnSharedFutex(other.pid()); }));
     ASSERT_TRUE(event.set());
     EXPECT_EQ(other.readLine(), "Acquired");
     EXPECT_EQ(other.ask("wait 0"), "Acquired") << "a manual event stays set";
@@ -292,7 +295,7 @@ TEST_F(NamedEventTest, ManualEvent_SetResetAndPollAcrossProcesses) {
 
 TEST_F(NamedEventTest, InitiallySet_IsSignalledForTheFirstWaitOnly) {
     NamedEvent event = NamedEvent::createOrJoin(name("EVENT"), NamedEvent::Reset::Auto, true);
-    HelperProcess other;
+    PipedChild other = startIpcHelper();
     ASSERT_EQ(other.ask("event " + name("EVENT")), "ok");
     EXPECT_EQ(other.ask("wait 0"), "Acquired");
     EXPECT_EQ(other.ask("wait 0"), "TimedOut") << "the wait it released reset it";
@@ -303,7 +306,7 @@ TEST_F(NamedEventTest, InitiallySet_IsSignalledForTheFirstWaitOnly) {
 TEST_F(NamedEventTest, PulseWithoutWaiters_IsNotSeenByALaterWaiter) {
     NamedEvent event = NamedEvent::createOrJoin(name("EVENT"), NamedEvent::Reset::Auto, false);
     ASSERT_TRUE(event.pulse());
-    HelperProcess later;
+    PipedChild later = startIpcHelper();
     ASSERT_EQ(later.ask("event " + name("EVENT")), "ok");
     EXPECT_EQ(later.ask("wait 0"), "TimedOut");
     EXPECT_EQ(later.ask("wait 200"), "TimedOut");
@@ -319,7 +322,7 @@ TEST_F(NamedEventTest, PulseWithOneWaiter_WakesIt) {
 
 TEST_F(NamedEventTest, PulseWithSeveralWaiters_WakesExactlyOnePerPulse) {
     NamedEvent event = NamedEvent::createOrJoin(name("EVENT"), NamedEvent::Reset::Auto, false);
-    std::vector<std::unique_ptr<HelperProcess>> waiters;
+    std::vector<std::unique_ptr<PipedChild>> waiters;
     for (int i = 0; i < 3; ++i) {
         waiters.push_back(startWaiter(name("EVENT")));
     }
@@ -362,7 +365,7 @@ TEST_F(NamedEventTest, KilledWaiter_DoesNotBreakLaterPulses) {
     NamedEvent event = NamedEvent::createOrJoin(name("EVENT"), NamedEvent::Reset::Auto, false);
     {
         auto doomed = startWaiter(name("EVENT"));
-        doomed->kill();
+        doomed->kill(PipedChild::Signal::Kill);
         doomed->wait();
     }
     auto waiter = startWaiter(name("EVENT"));

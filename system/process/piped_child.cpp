@@ -3,10 +3,12 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <thread>
 #include <utility>
 
@@ -27,6 +29,10 @@ int toSignalNumber(PipedChild::Signal signal) {
             return SIGINT;
         case PipedChild::Signal::Terminate:
             return SIGTERM;
+        case PipedChild::Signal::Hangup:
+            return SIGHUP;
+        case PipedChild::Signal::Quit:
+            return SIGQUIT;
         case PipedChild::Signal::Kill:
             break;
     }
@@ -39,16 +45,23 @@ std::chrono::steady_clock::time_point deadlineAfter(std::chrono::milliseconds ti
 
 }  // namespace
 
-PipedChild PipedChild::spawn(const std::string& path, const std::vector<std::string>& args) {
+PipedChild PipedChild::spawn(const std::string& path, const std::vector<std::string>& args,
+                             const SpawnOptions& options) {
     // A child that has ended must show as a failed write, not end the parent with SIGPIPE.
     ::signal(SIGPIPE, SIG_IGN);
     PipedChild child;
+    child.m_graceOnClose = options.graceOnClose;
     int input[2] = {-1, -1};
     int output[2] = {-1, -1};
-    if (::pipe2(input, O_CLOEXEC) != 0 || ::pipe2(output, O_CLOEXEC) != 0) {
+    if (options.captureStandardError) {
+        child.m_stderr = ::memfd_create("sdi_tap_child_stderr", MFD_CLOEXEC);
+    }
+    if (::pipe2(input, O_CLOEXEC) != 0 || ::pipe2(output, O_CLOEXEC) != 0 ||
+        (options.captureStandardError && child.m_stderr < 0)) {
         child.m_error = errno;
-        closeDescriptor(input[0]);
-        closeDescriptor(input[1]);
+        for (int* fd : {&input[0], &input[1], &output[0], &output[1], &child.m_stderr}) {
+            closeDescriptor(*fd);
+        }
         return child;
     }
     std::vector<char*> argv;
@@ -61,6 +74,12 @@ PipedChild PipedChild::spawn(const std::string& path, const std::vector<std::str
     if (pid == 0) {
         ::dup2(input[0], STDIN_FILENO);
         ::dup2(output[1], STDOUT_FILENO);
+        if (child.m_stderr >= 0) {
+            ::dup2(child.m_stderr, STDERR_FILENO);
+        }
+        for (const auto& [name, value] : options.environment) {
+            ::setenv(name.c_str(), value.c_str(), 1);
+        }
         ::execv(path.c_str(), argv.data());
         ::_exit(127);
     }
@@ -89,6 +108,8 @@ PipedChild& PipedChild::operator=(PipedChild&& other) noexcept {
         m_error = other.m_error;
         m_stdin = std::exchange(other.m_stdin, -1);
         m_stdout = std::exchange(other.m_stdout, -1);
+        m_stderr = std::exchange(other.m_stderr, -1);
+        m_graceOnClose = other.m_graceOnClose;
         m_pending = std::move(other.m_pending);
     }
     return *this;
@@ -100,7 +121,11 @@ PipedChild::~PipedChild() {
 
 void PipedChild::reset() {
     closeDescriptor(m_stdin);
+    if (m_pid > 0 && m_graceOnClose.count() > 0) {
+        wait(m_graceOnClose);
+    }
     closeDescriptor(m_stdout);
+    closeDescriptor(m_stderr);
     if (m_pid > 0) {
         ::kill(m_pid, SIGKILL);
         ::waitpid(m_pid, nullptr, 0);
@@ -159,6 +184,45 @@ std::optional<std::string> PipedChild::readLine(std::chrono::milliseconds timeou
         }
         m_pending.append(buffer, static_cast<std::size_t>(n));
     }
+}
+
+std::string PipedChild::ask(std::string_view line, std::chrono::milliseconds timeout) {
+    if (!writeLine(line)) {
+        return "<write failed>";
+    }
+    return readLine(timeout).value_or("<no answer>");
+}
+
+std::string PipedChild::standardError() const {
+    std::string text;
+    char buffer[4096];
+    for (off_t offset = 0; m_stderr >= 0;) {
+        const ssize_t n = ::pread(m_stderr, buffer, sizeof buffer, offset);
+        if (n <= 0) {
+            break;
+        }
+        text.append(buffer, static_cast<std::size_t>(n));
+        offset += n;
+    }
+    return text;
+}
+
+bool PipedChild::running() const {
+    siginfo_t info{};
+    // WNOWAIT leaves an ended child to be reaped by wait().
+    return m_pid > 0 && ::waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == 0;
+}
+
+bool PipedChild::waitForStandardError(std::string_view text, std::chrono::milliseconds timeout) {
+    const auto deadline = deadlineAfter(timeout);
+    while (standardError().find(text) == std::string::npos) {
+        if (!running() || std::chrono::steady_clock::now() >= deadline) {
+            return standardError().find(text) != std::string::npos;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
 }
 
 bool PipedChild::kill(Signal signal) {

@@ -12,34 +12,32 @@ using namespace std::chrono_literals;
 TEST(PipedChildTest, LinesGoThroughAndEndOfInputEndsChild) {
     PipedChild cat = PipedChild::spawn("/bin/cat", {});
     ASSERT_TRUE(cat.valid());
-    ASSERT_TRUE(cat.writeLine("first"));
+    EXPECT_EQ(cat.ask("first"), "first");
     ASSERT_TRUE(cat.writeLine("second"));
-    EXPECT_EQ(cat.readLine(30s), "first");
-    EXPECT_EQ(cat.readLine(30s), "second");
+    EXPECT_EQ(cat.readLine(), "second");
     cat.closeInput();
-    EXPECT_EQ(cat.readLine(30s), std::nullopt);
-    const auto status = cat.wait(30s);
-    ASSERT_TRUE(status.has_value());
-    EXPECT_TRUE(status->exited);
-    EXPECT_EQ(status->code, 0);
+    EXPECT_EQ(cat.readLine(), std::nullopt);
+    EXPECT_EQ(cat.wait(), ExitStatus::exitedWith(0));
 }
 
-TEST(PipedChildTest, KilledChild_ReportsSignalAndWritesFail) {
+TEST(PipedChildTest, KilledOrMissingChild_ReportsHowItEnded) {
     PipedChild cat = PipedChild::spawn("/bin/cat", {});
     ASSERT_TRUE(cat.kill(PipedChild::Signal::Kill));
-    const auto status = cat.wait(30s);
-    ASSERT_TRUE(status.has_value());
-    EXPECT_FALSE(status->exited);
-    EXPECT_EQ(status->signal, 9);
+    EXPECT_EQ(cat.wait(), ExitStatus::killedBy(9));
     EXPECT_FALSE(cat.writeLine("nobody reads this"));  // no SIGPIPE for the parent
+    EXPECT_EQ(PipedChild::spawn("/nonexistent/program", {"x"}).wait(), ExitStatus::exitedWith(127));
 }
 
-TEST(PipedChildTest, MissingProgram_ExitsWith127) {
-    PipedChild missing = PipedChild::spawn("/nonexistent/program", {"x"});
-    ASSERT_TRUE(missing.valid());
-    const auto status = missing.wait(30s);
-    ASSERT_TRUE(status.has_value());
-    EXPECT_EQ(status->code, 127);
+TEST(PipedChildTest, EnvironmentAndCapturedStandardError_ReachTheParent) {
+    SpawnOptions options;
+    options.environment = {{"SDI_TAP_PIPED_CHILD_TEST", "marker"}};
+    options.captureStandardError = true;
+    PipedChild shell =
+        PipedChild::spawn("/bin/sh", {"-c", "echo $SDI_TAP_PIPED_CHILD_TEST >&2; sleep 30"}, options);
+    EXPECT_TRUE(shell.waitForStandardError("marker\n", 30s));
+    EXPECT_TRUE(shell.running());
+    EXPECT_FALSE(shell.waitForStandardError("never written", 50ms));
+    EXPECT_EQ(shell.standardError(), "marker\n");
 }
 
 }  // namespace

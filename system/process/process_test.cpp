@@ -1,84 +1,46 @@
 #include "system/process/process.h"
-#include "system/process/testing/test_files.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <string>
+
+#include "system/process/piped_child.h"
+#include "testing/files.h"
 
 namespace {
 
 using namespace ovtx::system::process::v1;
+using namespace std::chrono_literals;
 
-std::string helperPath() {
-    return ovtx::system::process::testing::binaryPath("process_fault_helper");
+// The helper in `mode`; under AddressSanitizer the faults must reach the process's own handling.
+PipedChild startHelper(const char* mode) {
+    SpawnOptions options;
+    options.environment = {{"ASAN_OPTIONS", "handle_segv=0:handle_sigbus=0:handle_sigfpe=0:handle_sigill=0"}};
+    return PipedChild::spawn(ovtx::test_support::v1::binaryPath("process_fault_helper"), {mode}, options);
 }
 
-// Starts the helper with `mode`, returns its pid; its stdout is `readFd` when asked for.
-pid_t startHelper(const char* mode, int* readFd = nullptr) {
-    int pipeFds[2] = {-1, -1};
-    if (readFd != nullptr && ::pipe(pipeFds) != 0) {
-        return -1;
+TEST(FaultHandlingTest, FaultsEndWithTheirOwnCodesOrSignal) {
+    const std::pair<const char*, ExitStatus> cases[] = {
+        {"terminate", ExitStatus::exitedWith(kExitTerminate)},
+        {"pure", ExitStatus::exitedWith(kExitPureVirtualCall)},
+        {"oom", ExitStatus::exitedWith(kExitOutOfMemory)},
+        {"segv", ExitStatus::killedBy(SIGSEGV)},
+    };
+    for (const auto& [mode, status] : cases) {
+        EXPECT_EQ(startHelper(mode).wait(30s), status) << mode;
     }
-    const std::string path = helperPath();
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-        if (readFd != nullptr) {
-            ::dup2(pipeFds[1], STDOUT_FILENO);
-            ::close(pipeFds[0]);
-            ::close(pipeFds[1]);
-        }
-        // Under AddressSanitizer the faults must reach the process's own handling.
-        ::setenv("ASAN_OPTIONS", "handle_segv=0:handle_sigbus=0:handle_sigfpe=0:handle_sigill=0", 1);
-        ::execl(path.c_str(), path.c_str(), mode, static_cast<char*>(nullptr));
-        ::_exit(127);
-    }
-    if (readFd != nullptr) {
-        ::close(pipeFds[1]);
-        *readFd = pipeFds[0];
-    }
-    return pid;
-}
-
-int waitStatus(pid_t pid) {
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    return status;
-}
-
-TEST(FaultHandlingTest, FaultsEndWithTheirOwnCodes) {
-    const std::pair<const char*, int> cases[] = {
-        {"terminate", kExitTerminate}, {"pure", kExitPureVirtualCall}, {"oom", kExitOutOfMemory}};
-    for (const auto& [mode, code] : cases) {
-        const int status = waitStatus(startHelper(mode));
-        ASSERT_TRUE(WIFEXITED(status)) << mode;
-        EXPECT_EQ(WEXITSTATUS(status), code) << mode;
-    }
-    EXPECT_NE(kExitTerminate, kExitPureVirtualCall);
-    EXPECT_NE(kExitPureVirtualCall, kExitOutOfMemory);
-}
-
-TEST(FaultHandlingTest, FatalSignalEndsWithTheSignal) {
-    const int status = waitStatus(startHelper("segv"));
-    ASSERT_TRUE(WIFSIGNALED(status));
-    EXPECT_EQ(WTERMSIG(status), SIGSEGV);
 }
 
 TEST(ConsoleControlTest, EachStopSignalReachesTheHandler) {
-    for (int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
-        int out = -1;
-        const pid_t pid = startHelper("console", &out);
-        ASSERT_GT(pid, 0);
-        char ready[6] = {};
-        ASSERT_EQ(::read(out, ready, 5), 5);  // the handler is installed and SIGPIPE was survived
-        ::close(out);
-        ::kill(pid, signalNumber);
-        const int status = waitStatus(pid);
-        ASSERT_TRUE(WIFEXITED(status)) << signalNumber;
-        EXPECT_EQ(WEXITSTATUS(status), 42) << signalNumber;
+    const PipedChild::Signal signals[] = {PipedChild::Signal::Interrupt, PipedChild::Signal::Terminate,
+                                          PipedChild::Signal::Hangup, PipedChild::Signal::Quit};
+    for (const PipedChild::Signal signal : signals) {
+        PipedChild helper = startHelper("console");
+        // The handler is installed and SIGPIPE was survived.
+        ASSERT_EQ(helper.readLine(30s), "ready");
+        helper.kill(signal);
+        EXPECT_EQ(helper.wait(30s), ExitStatus::exitedWith(42)) << static_cast<int>(signal);
     }
 }
 

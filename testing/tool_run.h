@@ -10,7 +10,7 @@
 
 #include "system/process/piped_child.h"
 
-namespace ovtx::system::process::testing {
+namespace ovtx::test_support::v1 {
 
 struct ToolResult {
     std::vector<std::string> lines;  // standard output, line by line
@@ -18,10 +18,11 @@ struct ToolResult {
 };
 
 // Reads the tool's lines until it closes its output, then waits for its exit.
-ToolResult finishTool(v1::PipedChild& tool, std::chrono::milliseconds timeout = std::chrono::seconds(60));
+ToolResult finishTool(system::process::v1::PipedChild& tool,
+                      std::chrono::milliseconds timeout = std::chrono::seconds(60));
 
 // Starts the binary `name` built beside the tests, with no input, and finishes it.
 ToolResult runTool(const std::string& name, const std::vector<std::string>& args,
                    std::chrono::milliseconds timeout = std::chrono::seconds(60));
 
-}  // namespace ovtx::system::process::testing
+}  // namespace ovtx::test_support::v1

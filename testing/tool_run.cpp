@@ -1,10 +1,12 @@
-#include "system/process/testing/tool_run.h"
+#include "testing/tool_run.h"
 
-#include "system/process/testing/test_files.h"
+#include "testing/files.h"
 
-namespace ovtx::system::process::testing {
+namespace ovtx::test_support::v1 {
 
-ToolResult finishTool(v1::PipedChild& tool, std::chrono::milliseconds timeout) {
+using system::process::v1::PipedChild;
+
+ToolResult finishTool(PipedChild& tool, std::chrono::milliseconds timeout) {
     ToolResult result;
     while (auto line = tool.readLine(timeout)) {
         result.lines.push_back(*line);
@@ -16,9 +18,9 @@ ToolResult finishTool(v1::PipedChild& tool, std::chrono::milliseconds timeout) {
 
 ToolResult runTool(const std::string& name, const std::vector<std::string>& args,
                    std::chrono::milliseconds timeout) {
-    v1::PipedChild tool = v1::PipedChild::spawn(binaryPath(name), args);
+    PipedChild tool = PipedChild::spawn(binaryPath(name), args);
     tool.closeInput();
     return finishTool(tool, timeout);
 }
 
-}  // namespace ovtx::system::process::testing
+}  // namespace ovtx::test_support::v1

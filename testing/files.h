@@ -1,8 +1,8 @@
-// Small helpers for tests that run the project's binaries and read what they wrote.
+// The binaries and files of the build, for tests that run them and read what they wrote.
 //
+//   PipedChild run = PipedChild::spawn(binaryPath("sdi_tap"), {...});
 //   const std::string bytes = readFileBytes(dir / "video.y4m");
 //   auto magic = valueAt<std::uint16_t>(bytes, 0);
-//   ChildProcess run(binaryPath("sdi_tap"), {...});
 #pragma once
 
 #include <cstdlib>
@@ -12,13 +12,16 @@
 #include <iterator>
 #include <string>
 
-namespace ovtx::system::process::testing {
+namespace ovtx::test_support::v1 {
 
-// The path of a binary built next to the tests (SDI_TAP_BIN_DIR, set by ctest; the working
-// directory otherwise).
+// The path of a binary built next to the tests: in SDI_TAP_BIN_DIR (set by ctest), else beside
+// the running program.
 inline std::string binaryPath(const std::string& name) {
     const char* dir = std::getenv("SDI_TAP_BIN_DIR");
-    return std::string(dir != nullptr ? dir : ".") + "/" + name;
+    if (dir != nullptr) {
+        return std::string(dir) + "/" + name;
+    }
+    return (std::filesystem::read_symlink("/proc/self/exe").parent_path() / name).string();
 }
 
 // The whole file; empty when it does not exist.
@@ -37,4 +40,4 @@ Value valueAt(const std::string& bytes, std::size_t offset) {
     return value;
 }
 
-}  // namespace ovtx::system::process::testing
+}  // namespace ovtx::test_support::v1

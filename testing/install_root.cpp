@@ -1,0 +1,36 @@
+#include "testing/install_root.h"
+
+#include <fstream>
+
+#include "testing/shm.h"
+
+namespace ovtx::test_support::v1 {
+
+InstallRoot::InstallRoot(bool pathname)
+    : m_dir(std::filesystem::temp_directory_path() / uniqueName("sdi_tap_install_")) {
+    std::filesystem::create_directories(registry() / "SOFTWARE" / "FirmwareAgent" / "CurrentVersion");
+    std::filesystem::create_directories(root() / "App" / "Bin");
+    if (pathname) {
+        setPathname((root() / "App" / "Bin").string() + "\n");
+    }
+}
+
+InstallRoot::~InstallRoot() {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_dir, ignored);
+}
+
+void InstallRoot::setPathname(const std::string& text) const {
+    std::ofstream(registry() / "SOFTWARE" / "FirmwareAgent" / "CurrentVersion" / "Pathname", std::ios::binary)
+        << text;
+}
+
+std::filesystem::path InstallRoot::logFile(const std::string& portName) const {
+    return root() / "Logs" / ("sdi_tap." + portName + ".log");
+}
+
+std::map<std::string, std::string> InstallRoot::environment() const {
+    return {{"SDI_TAP_REGISTRY", registry().string()}};
+}
+
+}  // namespace ovtx::test_support::v1
