@@ -195,20 +195,6 @@ TEST_F(PatternLoopTest, FollowedRun_IsContinuousAndStopsByTheNamedEvent) {
     EXPECT_EQ(runObjects(portName), std::vector<std::string>{}) << "the readers were the last holders";
 }
 
-TEST_F(PatternLoopTest, Interrupt_ClearsTheRunFlagAndLeavesNothingInDevShm) {
-    start(10);
-    {
-        SimulcastReader video;
-        openWhenReady(video, records::kVideoPrefix);
-        EXPECT_EQ(video.maxChunkBytes(), 720 * 576 * 3 + 48);
-        bool discontinuity = false;
-        readRecord<records::VideoRecordHeader>(video, discontinuity);
-    }
-    ASSERT_TRUE(child.kill(PipedChild::Signal::Interrupt));
-    EXPECT_EQ(exitCode(), 0);
-    EXPECT_EQ(runObjects(portName), std::vector<std::string>{});
-}
-
 TEST_F(PatternLoopTest, ChannelThatCannotOpen_SaysSoAndEndsWithExitZero) {
     // A directory where the video channel's parameter block belongs: the channel can't be opened.
     const std::filesystem::path blocker = "/dev/shm/" + name(records::kVideoPrefix) + "_MAP_PARAM";
