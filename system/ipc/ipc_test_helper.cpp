@@ -27,6 +27,7 @@
 #include "system/ipc/generic_shared_memory.h"
 #include "system/ipc/named_objects.h"
 #include "system/ipc/object_hold.h"
+#include "system/ipc/process_claim.h"
 
 namespace {
 
@@ -53,6 +54,7 @@ struct Objects {
     NamedMutex mutex;
     NamedEvent event;
     std::unique_ptr<GenericSharedMemory> generic;
+    ProcessClaim claim;
 
     std::uint32_t* word(std::size_t offset) const {
         void* base = generic ? generic->view() : view.data();
@@ -144,6 +146,12 @@ std::string runCommand(Objects& objects, const std::string& line) {
     }
     if (command == "set") {
         return objects.event.set() ? "ok" : failure(objects.event.error());
+    }
+    if (command == "claim") {  // claim NAME
+        std::string name;
+        in >> name;
+        objects.claim = ProcessClaim::take(name);
+        return objects.claim.held() ? "ok" : failure(objects.claim.error());
     }
     if (command == "close") {
         objects = Objects{};
