@@ -14,7 +14,7 @@
 //   auto level = convertTo<IVariable<std::int32_t>>(structure->getChild("Level")());
 //   level->set(level->get() + 1);
 //
-// How to declare a tree over native structs is told in `object_helpers.h` and `declaration.h`.
+// How to declare a tree over native structs is told in `object_construction.h` and `declaration.h`.
 #pragma once
 
 #include <cstddef>

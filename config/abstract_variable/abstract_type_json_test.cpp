@@ -1,25 +1,18 @@
 #include "config/abstract_variable/abstract_type_json.h"
 
 #include <gtest/gtest.h>
-#include <json/reader.h>
 
 #include <set>
 
-#include "config/abstract_variable/testing/expect_failure.h"
-#include "config/abstract_variable/testing/fixture_tree.h"
+#include "config/abstract_variable/testing/fixture_helpers.h"
+#include "testing/expect_failure.h"
 
 namespace {
 
 using namespace ovtx::config::abstract_variable::abstract_type::v1;
-using ovtx::config::abstract_variable::testing::v1::expectFailure;
 using ovtx::config::abstract_variable::testing::v1::fixtureType;
-
-Json::Value parse(const std::string& text) {
-    Json::Value json;
-    Json::Reader reader;
-    EXPECT_TRUE(reader.parse(text, json)) << text;
-    return json;
-}
+using ovtx::test_support::v1::expectFailure;
+const auto parse = ovtx::config::abstract_variable::testing::v1::parseJson;
 
 // One description of every variety, in tag order, each nesting others.
 std::vector<AbstractType> oneOfEach() {

@@ -37,7 +37,7 @@
 #include <variant>
 #include <vector>
 
-#include "config/abstract_variable/object_helpers.h"
+#include "config/abstract_variable/object_construction.h"
 #include "config/abstract_variable/visitors.h"
 #include "cpp_utils/constructable_object_map/constructable_object_map.h"
 

@@ -4,7 +4,7 @@
 #include <mutex>
 #include <stdexcept>
 
-#include "config/abstract_variable/object_helpers.h"
+#include "config/abstract_variable/object_construction.h"
 #include "config/abstract_variable/visitors.h"
 #include "cpp_utils/constructable_object_map/constructable_object_map.h"
 

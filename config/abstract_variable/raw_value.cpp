@@ -3,7 +3,7 @@
 #include <string>
 #include <utility>
 
-#include "config/abstract_variable/object_helpers.h"
+#include "config/abstract_variable/object_construction.h"
 
 namespace ovtx::config::abstract_variable::lib_abstract_variable::v2 {
 

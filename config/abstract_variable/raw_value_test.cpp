@@ -4,14 +4,15 @@
 
 #include <stdexcept>
 
-#include "config/abstract_variable/object_helpers.h"
-#include "config/abstract_variable/testing/expect_failure.h"
+#include "config/abstract_variable/object_construction.h"
 #include "config/abstract_variable/testing/fixture_tree.h"
+#include "testing/expect_failure.h"
 
 namespace {
 
 using namespace ovtx::config::abstract_variable::lib_abstract_variable::v2;
 using namespace ovtx::config::abstract_variable::testing::v1;
+using ovtx::test_support::v1::expectFailure;
 
 std::vector<std::uint8_t> bytesOf(const std::string& text) {
     return {text.begin(), text.end()};

@@ -7,13 +7,14 @@
 
 #include "config/abstract_variable/base64.h"
 #include "config/abstract_variable/declaration.h"
-#include "config/abstract_variable/testing/expect_failure.h"
 #include "config/abstract_variable/testing/fixture_helpers.h"
+#include "testing/expect_failure.h"
 
 namespace {
 
 using namespace ovtx::config::abstract_variable::lib_abstract_variable::v2;
 using namespace ovtx::config::abstract_variable::testing::v1;
+using ovtx::test_support::v1::expectFailure;
 
 constexpr const char* kIncorrectType = "Cannot unserialize json: incorrect type";
 

@@ -5,7 +5,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include "config/abstract_variable/object_helpers.h"
+#include "config/abstract_variable/object_construction.h"
 #include "config/abstract_variable/visitors.h"
 
 namespace ovtx::config::abstract_variable::lib_abstract_variable::v2 {

@@ -4,14 +4,15 @@
 
 #include <optional>
 
-#include "config/abstract_variable/testing/expect_failure.h"
 #include "config/abstract_variable/testing/fixture_helpers.h"
 #include "config/abstract_variable/visitors.h"
+#include "testing/expect_failure.h"
 
 namespace {
 
 using namespace ovtx::config::abstract_variable::lib_abstract_variable::v2;
 using namespace ovtx::config::abstract_variable::testing::v1;
+using ovtx::test_support::v1::expectFailure;
 
 using Segments = std::vector<std::string>;
 

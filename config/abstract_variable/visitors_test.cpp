@@ -3,13 +3,14 @@
 #include <gtest/gtest.h>
 
 #include "config/abstract_variable/declaration.h"
-#include "config/abstract_variable/testing/expect_failure.h"
 #include "config/abstract_variable/testing/fixture_tree.h"
+#include "testing/expect_failure.h"
 
 namespace {
 
 using namespace ovtx::config::abstract_variable::lib_abstract_variable::v2;
 using namespace ovtx::config::abstract_variable::testing::v1;
+using ovtx::test_support::v1::expectFailure;
 
 class VisitorsTest : public ::testing::Test {
   protected:

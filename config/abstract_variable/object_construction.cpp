@@ -1,4 +1,4 @@
-#include "config/abstract_variable/object_helpers.h"
+#include "config/abstract_variable/object_construction.h"
 
 #include <algorithm>
 #include <cstring>
