@@ -71,16 +71,4 @@ void weavePackedFields(const std::uint8_t* source, std::uint8_t* working, int wi
     copyLines(source, pitch, working + pitch, 2 * pitch, lineBytes, height / 2);
 }
 
-void copyPackedFrame(const std::uint8_t* source, std::uint8_t* working, int width, int height,
-                     std::int64_t pitch) {
-    const auto lineBytes = static_cast<std::size_t>(2 * width);
-    if (pitch == static_cast<std::int64_t>(lineBytes)) {
-        std::memcpy(working, source, lineBytes * static_cast<std::size_t>(height));
-        return;
-    }
-    for (std::int64_t line = 0; line < height; ++line) {
-        std::memcpy(working + line * pitch, source + line * pitch, lineBytes);
-    }
-}
-
 }  // namespace ovtx::encoding::picture::v1

@@ -48,9 +48,4 @@ std::size_t packedFieldsSourceBytes(int width, int height, std::int64_t pitch, s
 void weavePackedFields(const std::uint8_t* source, std::uint8_t* working, int width, int height,
                        std::int64_t pitch, std::uint32_t boardStandard);
 
-// Copies a packed board's progressive picture (height lines of 2 x width bytes, `pitch` apart)
-// into `working` at the same pitch.
-void copyPackedFrame(const std::uint8_t* source, std::uint8_t* working, int width, int height,
-                     std::int64_t pitch);
-
 }  // namespace ovtx::encoding::picture::v1
