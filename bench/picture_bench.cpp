@@ -5,6 +5,7 @@
 //   picture_bench --samples=400    calls timed per figure (default 200)
 //   picture_bench --width=1920     one size only
 //   picture_bench --all=0          the automatic choice only, not every path and store
+//   picture_bench --path=2         one path alone (1 scalar, 2 SSE2, 3 AVX2)
 //   picture_bench --cold-mib=512   the memory the cold runs rotate through (default 256)
 //
 // Hot: the same source and planes for every call, so that they stay in the cache as far as they
@@ -236,6 +237,10 @@ int main(int argc, char** argv) {
     variants.emplace_back(ConvertPath::Scalar, StoreMode::Cached);
     if (argument(argc, argv, "all", 1) == 0) {
         variants.resize(1);
+    }
+    // --path=1 scalar, 2 SSE2, 3 AVX2: that path alone.
+    if (const long onlyPath = argument(argc, argv, "path", 0); onlyPath != 0) {
+        std::erase_if(variants, [onlyPath](auto v) { return static_cast<long>(v.first) != onlyPath; });
     }
 
     const long onlyWidth = argument(argc, argv, "width", 0);

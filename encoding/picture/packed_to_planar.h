@@ -24,7 +24,8 @@ inline constexpr int kConvertDone = 0;
 inline constexpr int kConvertNullPointer = -8;  // null source or planes
 inline constexpr int kConvertTooSmall = -6;     // width or height below 2
 
-// The inner loop that converts 32 pixels at a time. `Auto` is the best the processor has.
+// The inner loop that converts 32 pixels at a time. `Auto` is the best the processor has (SSE2
+// rather than AVX2 for widths that aren't a multiple of 32).
 enum class ConvertPath { Auto, Scalar, Sse2, Avx2 };
 
 // How the planes are stored: `Auto` streams past the cache when the planes are large (at least
@@ -41,7 +42,7 @@ struct ConvertOptions {
 // Whether this processor (and this build) can run `path`.
 bool convertPathAvailable(ConvertPath path);
 
-// The path `Auto` chooses on this processor.
+// The widest path this processor has: what `Auto` runs for widths that are a multiple of 32.
 ConvertPath bestConvertPath();
 
 // Converts `height` rows of `width` pixels, `pitch` bytes apart in `source` (at least 2 x width),
