@@ -101,13 +101,11 @@ TEST_P(PlanarInterleaveTest, Planes_AreWovenFieldByField) {
 }
 
 TEST_P(PlanarInterleaveTest, OneByteShort_ThrowsAndWritesNothing) {
-    const std::size_t frameBytes = 1920 * 1080 * 3 / 2 * (GetParam() ? 2 : 1);
+    const std::size_t frameBytes = 720 * 576 * 3 / 2 * (GetParam() ? 2 : 1);
     const std::vector<std::uint8_t> source(frameBytes);
     std::vector<std::uint8_t> picture(frameBytes, 0xEE);
     EXPECT_THAT(
-        [&] {
-            interleavePlanarFields(source.data(), frameBytes - 1, picture.data(), 1920, 1080, GetParam());
-        },
+        [&] { interleavePlanarFields(source.data(), frameBytes - 1, picture.data(), 720, 576, GetParam()); },
         testing::ThrowsMessage<std::runtime_error>(
             testing::StrEq("Unexpected frame size in Interleave function")));
     EXPECT_EQ(picture, std::vector<std::uint8_t>(frameBytes, 0xEE));
