@@ -7,6 +7,8 @@
 //   picture_bench --all=0          the automatic choice only, not every path and store
 //   picture_bench --path=2         one path alone (1 scalar, 2 SSE2, 3 AVX2)
 //   picture_bench --cold-mib=512   the memory the cold runs rotate through (default 256)
+//   picture_bench --offset=16      planes 16 bytes into page-aligned buffers (default 0), as a
+//                                  ring chunk only 16-byte aligned could place them
 //
 // Hot: the same source and planes for every call, so that they stay in the cache as far as they
 // fit. Cold: a ring of source and plane buffers larger than the last-level cache, a fresh pair
@@ -65,13 +67,14 @@ struct Size {
     int height;
     std::size_t sourceBytes() const { return static_cast<std::size_t>(width) * height * 2; }
     std::size_t planeBytes() const { return static_cast<std::size_t>(width) * height * 3 / 2; }
+    std::size_t planeOffset = 0;  // where the planes start in their buffer, as after a chunk's header
 };
 
 std::vector<Pair> makePairs(Size size, std::size_t count) {
     std::mt19937 random(7);
     std::vector<Pair> pairs;
     for (std::size_t i = 0; i < count; ++i) {
-        Pair p{makeBuffer(size.sourceBytes(), 0), makeBuffer(size.planeBytes(), 0)};
+        Pair p{makeBuffer(size.sourceBytes(), 0), makeBuffer(size.planeOffset + size.planeBytes(), 0)};
         for (std::size_t j = 0; j < size.sourceBytes(); ++j) {
             p.source.get()[j] = static_cast<std::uint8_t>(random());
         }
@@ -84,12 +87,13 @@ using Converter = std::function<void(const Pair&, Size)>;
 
 Converter ours(ConvertOptions options) {
     return [options](const Pair& p, Size s) {
-        convertPackedToPlanar(p.source.get(), 2 * s.width, p.planes.get(), s.width, s.height, options);
+        convertPackedToPlanar(p.source.get(), 2 * s.width, p.planes.get() + s.planeOffset, s.width, s.height,
+                              options);
     };
 }
 
 void libyuv(const Pair& p, Size s) {
-    std::uint8_t* y = p.planes.get();
+    std::uint8_t* y = p.planes.get() + s.planeOffset;
     std::uint8_t* cr = y + static_cast<std::size_t>(s.width) * s.height;
     std::uint8_t* cb = cr + static_cast<std::size_t>(s.width) * s.height / 4;
     libyuv::UYVYToI420(p.source.get(), 2 * s.width, y, s.width, cb, s.width / 2, cr, s.width / 2, s.width,
@@ -160,7 +164,7 @@ double memoryBound(Ring& ring, Size size, int samples) {
         for (std::size_t i = 0; i < s.sourceBytes() / 8; i += 8) {
             any |= words[i];  // one word of each cache line
         }
-        std::memset(p.planes.get(), static_cast<int>(any & 1), s.planeBytes());
+        std::memset(p.planes.get() + s.planeOffset, static_cast<int>(any & 1), s.planeBytes());
     };
     std::vector<double> t;
     for (int i = 0; i < samples; ++i) {
@@ -244,7 +248,9 @@ int main(int argc, char** argv) {
     }
 
     const long onlyWidth = argument(argc, argv, "width", 0);
+    const auto planeOffset = static_cast<std::size_t>(argument(argc, argv, "offset", 0));
     for (Size size : {Size{720, 576}, Size{1920, 1080}, Size{3840, 2160}}) {
+        size.planeOffset = planeOffset;
         if (onlyWidth != 0 && size.width != onlyWidth) {
             continue;
         }

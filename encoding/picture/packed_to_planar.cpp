@@ -76,10 +76,13 @@ inline __m128i load128(const std::uint8_t* from) {
     return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
 }
 
-// Stores through the cache, or streamed past it (the address then aligned to the width).
-template <bool Stream>
+// How the vector loops store: through the cache (0), or streamed past it with stores of 16 or 32
+// bytes, each aligned to its width.
+constexpr int kCached = 0;
+
+template <int StreamWidth>
 inline void store128(std::uint8_t* to, __m128i v) {
-    if constexpr (Stream) {
+    if constexpr (StreamWidth != kCached) {
         _mm_stream_si128(reinterpret_cast<__m128i*>(to), v);
     } else {
         _mm_storeu_si128(reinterpret_cast<__m128i*>(to), v);
@@ -103,7 +106,7 @@ inline __m128i lumaSse2(__m128i a, __m128i b) {
 
 // Each row pair in two sweeps, the even row (luma and chroma) then the odd row (luma): the
 // source is then read, and the luma written, in one sequential stream each.
-template <bool Stream>
+template <int StreamWidth>
 void convertSse2(const Frame f) {
     const __m128i low = _mm_set1_epi16(0x00FF);
     for (std::int64_t row = 0; row < f.height; row += 2) {
@@ -113,24 +116,26 @@ void convertSse2(const Frame f) {
             prefetch(even);
             const __m128i e0 = load128(even), e1 = load128(even + 16);
             const __m128i e2 = load128(even + 32), e3 = load128(even + 48);
-            store128<Stream>(r.luma0 + x, lumaSse2(e0, e1));
-            store128<Stream>(r.luma0 + x + 16, lumaSse2(e2, e3));
+            store128<StreamWidth>(r.luma0 + x, lumaSse2(e0, e1));
+            store128<StreamWidth>(r.luma0 + x + 16, lumaSse2(e2, e3));
             // Bytes 0 and 2 of each group as 16-bit words, then split.
             const __m128i c0 = _mm_packus_epi16(_mm_and_si128(e0, low), _mm_and_si128(e1, low));
             const __m128i c1 = _mm_packus_epi16(_mm_and_si128(e2, low), _mm_and_si128(e3, low));
-            store128<Stream>(r.cb + x / 2, _mm_packus_epi16(_mm_and_si128(c0, low), _mm_and_si128(c1, low)));
-            store128<Stream>(r.cr + x / 2, _mm_packus_epi16(_mm_srli_epi16(c0, 8), _mm_srli_epi16(c1, 8)));
+            store128<StreamWidth>(r.cb + x / 2,
+                                  _mm_packus_epi16(_mm_and_si128(c0, low), _mm_and_si128(c1, low)));
+            store128<StreamWidth>(r.cr + x / 2,
+                                  _mm_packus_epi16(_mm_srli_epi16(c0, 8), _mm_srli_epi16(c1, 8)));
         }
         convertEvenTail(r, f.vectorWidth, f.width);
         for (std::int64_t x = 0; x < f.vectorWidth; x += kBlockPixels) {
             const std::uint8_t* odd = r.odd + 2 * x;
             prefetch(odd);
-            store128<Stream>(r.luma1 + x, lumaSse2(load128(odd), load128(odd + 16)));
-            store128<Stream>(r.luma1 + x + 16, lumaSse2(load128(odd + 32), load128(odd + 48)));
+            store128<StreamWidth>(r.luma1 + x, lumaSse2(load128(odd), load128(odd + 16)));
+            store128<StreamWidth>(r.luma1 + x + 16, lumaSse2(load128(odd + 32), load128(odd + 48)));
         }
         convertOddTail(r, f.vectorWidth, f.width);
     }
-    if constexpr (Stream) {
+    if constexpr (StreamWidth != kCached) {
         _mm_sfence();
     }
 }
@@ -139,10 +144,13 @@ __attribute__((target("avx2"))) inline __m256i load256(const std::uint8_t* from)
     return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
 }
 
-template <bool Stream>
+template <int StreamWidth>
 __attribute__((target("avx2"))) inline void store256(std::uint8_t* to, __m256i v) {
-    if constexpr (Stream) {
+    if constexpr (StreamWidth == 32) {
         _mm256_stream_si256(reinterpret_cast<__m256i*>(to), v);
+    } else if constexpr (StreamWidth == 16) {
+        store128<StreamWidth>(to, _mm256_castsi256_si128(v));
+        store128<StreamWidth>(to + 16, _mm256_extracti128_si256(v, 1));
     } else {
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), v);
     }
@@ -156,7 +164,7 @@ __attribute__((target("avx2"))) inline __m256i lumaAvx2(__m256i a, __m256i b) {
 }
 
 // The same two sweeps per row pair as the SSE2 loop, reading the source in order.
-template <bool Stream>
+template <int StreamWidth>
 __attribute__((target("avx2"))) void convertAvx2(const Frame f) {
     const __m256i low = _mm256_set1_epi16(0x00FF);
     // Bytes 0 of groups 0-3, 8-11 | 4-7, 12-15 and bytes 2 likewise, as dwords, put in order.
@@ -167,23 +175,23 @@ __attribute__((target("avx2"))) void convertAvx2(const Frame f) {
             const std::uint8_t* even = r.even + 2 * x;
             prefetch(even);
             const __m256i a = load256(even), b = load256(even + 32);
-            store256<Stream>(r.luma0 + x, lumaAvx2(a, b));
+            store256<StreamWidth>(r.luma0 + x, lumaAvx2(a, b));
             const __m256i chroma = _mm256_packus_epi16(_mm256_and_si256(a, low), _mm256_and_si256(b, low));
             const __m256i split = _mm256_permutevar8x32_epi32(
                 _mm256_packus_epi16(_mm256_and_si256(chroma, low), _mm256_srli_epi16(chroma, 8)),
                 chromaOrder);
-            store128<Stream>(r.cb + x / 2, _mm256_castsi256_si128(split));
-            store128<Stream>(r.cr + x / 2, _mm256_extracti128_si256(split, 1));
+            store128<StreamWidth>(r.cb + x / 2, _mm256_castsi256_si128(split));
+            store128<StreamWidth>(r.cr + x / 2, _mm256_extracti128_si256(split, 1));
         }
         convertEvenTail(r, f.vectorWidth, f.width);
         for (std::int64_t x = 0; x < f.vectorWidth; x += kBlockPixels) {
             const std::uint8_t* odd = r.odd + 2 * x;
             prefetch(odd);
-            store256<Stream>(r.luma1 + x, lumaAvx2(load256(odd), load256(odd + 32)));
+            store256<StreamWidth>(r.luma1 + x, lumaAvx2(load256(odd), load256(odd + 32)));
         }
         convertOddTail(r, f.vectorWidth, f.width);
     }
-    if constexpr (Stream) {
+    if constexpr (StreamWidth != kCached) {
         _mm_sfence();
     }
 }
@@ -193,15 +201,30 @@ bool cpuHasAvx2() {
     return has;
 }
 
-// Streamed stores need every row of every plane aligned to the store's width. The planes stand
-// back to back, so with a width that is a multiple of 32 luma rows share the base's alignment and
-// chroma rows are aligned to 16.
-bool streams(const Frame& f, StoreMode mode, std::uintptr_t lumaStoreBytes) {
+// The width of streamed stores that every row of every plane is aligned for, or kCached. The
+// planes stand back to back, so with a width that is a multiple of 32 every luma row has the
+// alignment of the first (up to 32) and every chroma row is aligned to 16 at least.
+int streamWidth(const Frame& f, StoreMode mode, int widest) {
     const bool large = f.width * f.height * 3 / 2 >= kStreamingThresholdBytes;
-    if (mode == StoreMode::Cached || (mode == StoreMode::Auto && !large)) {
-        return false;
+    if (mode == StoreMode::Cached || (mode == StoreMode::Auto && !large) || f.width % kBlockPixels != 0) {
+        return kCached;
     }
-    return f.width % kBlockPixels == 0 && reinterpret_cast<std::uintptr_t>(f.luma) % lumaStoreBytes == 0;
+    const auto base = reinterpret_cast<std::uintptr_t>(f.luma);
+    if (widest == 32 && base % 32 == 0) {
+        return 32;
+    }
+    return base % 16 == 0 ? 16 : kCached;
+}
+
+void convertAvx2With(int width, const Frame& f) {
+    switch (width) {
+        case 32:
+            return convertAvx2<32>(f);
+        case 16:
+            return convertAvx2<16>(f);
+        default:
+            return convertAvx2<kCached>(f);
+    }
 }
 
 #endif  // SDI_TAP_PICTURE_X86
@@ -265,9 +288,9 @@ int convertPackedToPlanar(const std::uint8_t* source, std::int64_t pitch, std::u
 #ifdef SDI_TAP_PICTURE_X86
     f.vectorWidth = w / kBlockPixels * kBlockPixels;
     if (path == ConvertPath::Avx2) {
-        streams(f, options.store, 32) ? convertAvx2<true>(f) : convertAvx2<false>(f);
+        convertAvx2With(streamWidth(f, options.store, 32), f);
     } else {
-        streams(f, options.store, 16) ? convertSse2<true>(f) : convertSse2<false>(f);
+        streamWidth(f, options.store, 16) == kCached ? convertSse2<kCached>(f) : convertSse2<16>(f);
     }
 #endif
     return kConvertDone;

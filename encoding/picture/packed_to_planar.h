@@ -29,8 +29,8 @@ inline constexpr int kConvertTooSmall = -6;     // width or height below 2
 enum class ConvertPath { Auto, Scalar, Sse2, Avx2 };
 
 // How the planes are stored: `Auto` streams past the cache when the planes are large (at least
-// `kStreamingThresholdBytes`) and aligned for it, `Cached` and `Streaming` force a way (streaming
-// still falls back to cached stores when the planes aren't aligned for it).
+// `kStreamingThresholdBytes`), `Cached` and `Streaming` force a way. Streaming needs a width that
+// is a multiple of 32 and planes aligned to 16 bytes; without them the stores go through the cache.
 enum class StoreMode { Auto, Cached, Streaming };
 inline constexpr std::int64_t kStreamingThresholdBytes = 1024 * 1024;
 
