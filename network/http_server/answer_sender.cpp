@@ -35,10 +35,10 @@ bool asksToClose(const HttpHeader& header) {
 
 }  // namespace
 
-void HttpSender::begin(std::optional<std::uint64_t> length) {
+void HttpSender::begin(std::optional<std::uint64_t> length, bool chunked) {
     m_started = true;
     m_declaredLength = length;
-    m_noChunking = length.has_value();
+    m_noChunking = !chunked;
 }
 
 std::size_t HttpSender::send(const std::uint8_t* bytes, std::size_t size) {
@@ -91,8 +91,12 @@ void AnswerSender::SendHeader(const HttpHeader& header) {
     }
     HttpHeader sent = header;
     const auto length = declaredLength(header);
-    if (!length) {
+    // An HTTP/1.0 client knows no chunks: its body runs to the end of the connection.
+    const bool chunked = !length && m_connection->clientTakesChunks();
+    if (chunked) {
         sent.knownHeaders[ids::HttpHeaderTransferEncoding] = "chunked";
+    } else if (!length) {
+        m_connection->closeAfterAnswer();
     }
     if (asksToClose(header)) {
         m_connection->closeAfterAnswer();
@@ -100,7 +104,7 @@ void AnswerSender::SendHeader(const HttpHeader& header) {
         sent.knownHeaders[ids::HttpHeaderConnection] = "close";
     }
     m_connection->write(formatHead(sent));
-    m_sender.begin(length);
+    m_sender.begin(length, chunked);
     m_headersSent = true;
 }
 

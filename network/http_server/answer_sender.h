@@ -8,7 +8,7 @@
 // worker to report. The destructor finishes an answer that nobody finished, throwing nothing.
 //
 // `HttpSender` writes the body in HTTP chunks (size in lower-case hexadecimal), unless the headers
-// carried a Content-Length, and ends it with the zero chunk.
+// carried a Content-Length (or the client speaks HTTP/1.0), and ends it with the zero chunk.
 #pragma once
 
 #include <cstdint>
@@ -28,7 +28,7 @@ class HttpSender : public cpp_utils::stream_io::v1::IStreamSender {
     HttpSender(Connection& connection, bool bodyless) : m_connection(connection), m_bodyless(bodyless) {}
 
     // Called once the headers are out; `declaredLength` is the Content-Length, if one was given.
-    void begin(std::optional<std::uint64_t> declaredLength);
+    void begin(std::optional<std::uint64_t> declaredLength, bool chunked);
     std::size_t send(const std::uint8_t* bytes, std::size_t size) override;
     // Ends the body and sends what is left; true when the client got a complete answer.
     bool finish();

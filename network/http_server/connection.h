@@ -46,6 +46,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // True when the request has a body to read.
     bool requestHasBody() const;
     bool keepAlive() const { return m_keepAlive; }
+    bool clientTakesChunks() const { return m_parser->get().version() >= 11; }
     // Sends an answer of the server's own, then reads the next request or closes.
     void answerFromListener(std::string bytes, bool keepOpen);
     // The request goes to a worker: the listener leaves the socket alone until `endExchange`.

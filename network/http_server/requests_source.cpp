@@ -157,7 +157,7 @@ class RequestsSource::Impl final : public detail::ConnectionOwner {
         m_handler.reset();
     }
 
-    std::uint16_t port() const { return m_acceptor.local_endpoint().port(); }
+    std::uint16_t port() const { return m_port; }
 
     void onRequest(const std::shared_ptr<Connection>& connection) override {
         try {
@@ -195,6 +195,7 @@ class RequestsSource::Impl final : public detail::ConnectionOwner {
             m_acceptor.set_option(tcp::acceptor::reuse_address(true));
             m_acceptor.bind(endpoint);
             m_acceptor.listen(asio::socket_base::max_listen_connections);
+            m_port = m_acceptor.local_endpoint().port();
         } catch (const boost::system::system_error&) {
             throw Exception("Could not bind Http url to Http server");
         }
@@ -287,6 +288,7 @@ class RequestsSource::Impl final : public detail::ConnectionOwner {
     log::i_logger::v0::ILogger* m_logger;
     std::string m_url;
     std::string m_path;
+    std::uint16_t m_port = 0;
     ServerLimits m_limits;
     asio::io_context m_io{1};
     tcp::acceptor m_acceptor{m_io};

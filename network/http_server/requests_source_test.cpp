@@ -239,13 +239,18 @@ TEST(RequestsSourceTest, PipelinedRequests_AnsweredInOrderOnOneConnection) {
 
 TEST(RequestsSourceTest, ConnectionClose_AnsweredThenClosed) {
     TestServer server(echoRequest);
-    for (const std::string request :
-         {"GET /svc HTTP/1.1\r\nConnection: close\r\n\r\n", "GET /svc HTTP/1.0\r\n\r\n"}) {
+    const struct {
+        std::string request;
+        std::string answer;
+    } cases[] = {
+        {"GET /svc HTTP/1.1\r\nConnection: close\r\n\r\n",
+         "HTTP/1.1 200 OK\r\nConnection: close\r\nTransfer-Encoding: chunked\r\n\r\n" + chunked("4 /svc ")},
+        {"GET /svc HTTP/1.0\r\n\r\n", "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n4 /svc "},
+    };
+    for (const auto& c : cases) {
         HttpTestClient client(server.port());
-        client.send(request);
-        EXPECT_EQ(client.readAnswer(),
-                  "HTTP/1.1 200 OK\r\nConnection: close\r\nTransfer-Encoding: chunked\r\n\r\n" +
-                      chunked("4 /svc "));
+        client.send(c.request);
+        EXPECT_EQ(client.readAnswer(), c.answer);
         EXPECT_TRUE(client.closedByServer());
     }
 }

@@ -86,6 +86,9 @@ std::string HttpTestClient::readAnswer(bool bodyless) {
             }
         }
         if (!receiveMore()) {
+            if (used == 0) {
+                throw std::runtime_error("connection ended before an answer");
+            }
             parser.put_eof(error);
             if (error || !parser.is_done()) {
                 throw std::runtime_error("connection ended before the answer: " + m_pending);
