@@ -95,6 +95,15 @@ class Body : public cpp_utils::stream_io::v1::IStreamReceiver {
     bool m_finished = false;
 };
 
+// The event loop of the listener; one thread runs it.
+std::unique_ptr<asio::io_context> newIoContext() {
+    try {
+        return std::make_unique<asio::io_context>(1);
+    } catch (const boost::system::system_error&) {
+        throw Exception("Could not initialize Http server API");
+    }
+}
+
 tcp::endpoint endpointOf(const BoundUrl& url, asio::io_context& io) {
     const auto port = static_cast<unsigned short>(url.port);
     if (url.host == "*" || url.host == "+") {
@@ -140,7 +149,7 @@ class RequestsSource::Impl final : public detail::ConnectionOwner {
     // listener joined, then the workers: requests still queued are dropped unanswered.
     ~Impl() {
         m_stopping = true;
-        asio::post(m_io, [this] {
+        asio::post(*m_io, [this] {
             boost::system::error_code ignored;
             m_acceptor.close(ignored);
             m_acceptRetry.cancel();
@@ -149,7 +158,7 @@ class RequestsSource::Impl final : public detail::ConnectionOwner {
                     alive->abort();
                 }
             }
-            m_io.stop();
+            m_io->stop();
         });
         m_listener.reset();
         m_authorisation.reset();
@@ -190,8 +199,8 @@ class RequestsSource::Impl final : public detail::ConnectionOwner {
         }
         m_path = url->path;
         try {
-            const tcp::endpoint endpoint = endpointOf(*url, m_io);
-            m_acceptor.open(endpoint.protocol());
+            const tcp::endpoint endpoint = endpointOf(*url, *m_io);
+            openAcceptor(endpoint);
             m_acceptor.set_option(tcp::acceptor::reuse_address(true));
             m_acceptor.bind(endpoint);
             m_acceptor.listen(asio::socket_base::max_listen_connections);
@@ -201,10 +210,18 @@ class RequestsSource::Impl final : public detail::ConnectionOwner {
         }
     }
 
+    void openAcceptor(const tcp::endpoint& endpoint) {
+        try {
+            m_acceptor.open(endpoint.protocol());
+        } catch (const boost::system::system_error&) {
+            throw Exception("Could not create Http server handle");
+        }
+    }
+
     void listen() {
         while (true) {
             try {
-                m_io.run();
+                m_io->run();
                 return;
             } catch (const std::exception& e) {
                 m_logger->Log(0, "Http server could not answer request: %s", e.what());
@@ -290,9 +307,9 @@ class RequestsSource::Impl final : public detail::ConnectionOwner {
     std::string m_path;
     std::uint16_t m_port = 0;
     ServerLimits m_limits;
-    asio::io_context m_io{1};
-    tcp::acceptor m_acceptor{m_io};
-    asio::steady_timer m_acceptRetry{m_io};
+    std::unique_ptr<asio::io_context> m_io = newIoContext();
+    tcp::acceptor m_acceptor{*m_io};
+    asio::steady_timer m_acceptRetry{*m_io};
     std::unordered_map<Connection*, std::weak_ptr<Connection>> m_connections;  // listener's thread only
     std::atomic<bool> m_stopping{false};
     std::unique_ptr<http_server_request_handler::v0::IRequestHandler> m_handler;

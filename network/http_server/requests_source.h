@@ -13,8 +13,9 @@
 //   // queued are dropped, every thread is joined.
 //
 // Start failures are exceptions and leave nothing running: "Could not bind Http url to Http
-// server" (a malformed URL, or the address is taken) and, with a null logger, the runtime error
-// "logger not provided for the http_server".
+// server" (a malformed URL, or the address is taken), "Could not initialize Http server API" and
+// "Could not create Http server handle" (the system refused an event loop or a socket) and, with a
+// null logger, the runtime error "logger not provided for the http_server".
 #pragma once
 
 #include <chrono>

@@ -132,6 +132,8 @@ TEST(RequestsSourceTest, HandlerAnswers_ExactBytesOnTheWire) {
              header.otherHeaders[tooLong] = "x";
              test_support::v1::expectFailure([&] { a.SendHeader(header); },
                                              "Could not send Http request answer : headers too long");
+             test_support::v1::expectFailure([&] { a.SendHeader(HttpHeader(1000, "OK")); },
+                                             "Could not send Http request answer: Invalid argument");
              a.SendHeader(HttpHeader(200, "OK"));
              test_support::v1::expectFailure([&] { a.SendHeader(HttpHeader(200, "OK")); },
                                              "meta data already sent");

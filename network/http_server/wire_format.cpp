@@ -1,10 +1,12 @@
 #include "network/http_server/wire_format.h"
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <stdexcept>
 
 #include "network/http_server/requests_source.h"
+#include "network/http_server/socket_io.h"
 
 namespace ovtx::network::http_server::v3::detail {
 
@@ -90,6 +92,9 @@ void appendField(std::string& head, const std::string& name, const std::string& 
 }  // namespace
 
 std::string formatHead(const HttpHeader& header) {
+    if (header.status > 999) {
+        throw Exception("Could not send Http request answer: " + errorText(EINVAL));
+    }
     char status[8];
     std::snprintf(status, sizeof status, "%03u", static_cast<unsigned>(header.status));
     std::string head = std::string("HTTP/1.1 ") + status + " " + cleanText(header.reason) + "\r\n";

@@ -12,7 +12,7 @@ namespace ovtx::network::http_server::v3::detail {
 // values become blanks; characters a header name cannot hold are left out, and a name left empty
 // drops its header. Throws Exception "Could not send Http request answer : headers too long" for a
 // name or value above 0xFFFF bytes and std::range_error "Invalid HTTP header ID" for a known
-// header without a name.
+// header without a name; a status above 999 fails as the platform's call would.
 std::string formatHead(const http_server_request_handler::v0::HttpHeader& header);
 
 // An answer of the server's own with a short text body (404, 400, 431).
