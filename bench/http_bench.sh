@@ -41,16 +41,27 @@ wait_for_port() {
     exit 1
 }
 
-# Prints "<requests per second> <p99 in ms>".
+cpu_ticks() {
+    awk '{ print $14 + $15 }' "/proc/$1/stat"
+}
+
+# Prints "<requests per second> <p99 in ms> <requests per CPU second of the server>" for the server
+# with process id $2. The last figure holds on a busy machine, where the rate depends on what else
+# runs on CPU 0.
 run_wrk() {
     taskset -c 1 wrk -t1 -c"$connections" -d2s "$1" >/dev/null
-    taskset -c 1 wrk -t1 -c"$connections" -d"${duration}s" --latency "$1" | awk '
+    local before after
+    before=$(cpu_ticks "$2")
+    taskset -c 1 wrk -t1 -c"$connections" -d"${duration}s" --latency "$1" >"$work/wrk.out"
+    after=$(cpu_ticks "$2")
+    awk -v ticks=$((after - before)) -v hz="$(getconf CLK_TCK)" '
         /Requests\/sec:/ { rate = $2 }
+        / requests in / { total = $1 }
         $1 == "99%" {
             value = $2; unit = value; sub(/[0-9.]+/, "", unit); sub(/[a-z]+$/, "", value)
             p99 = unit == "us" ? value / 1000 : unit == "s" ? value * 1000 : value
         }
-        END { printf "%.0f %.3f\n", rate, p99 }'
+        END { printf "%.0f %.3f %.0f\n", rate, p99, (ticks > 0 ? total * hz / ticks : 0) }' "$work/wrk.out"
 }
 
 # The server under test.
@@ -62,7 +73,7 @@ for _ in $(seq 100); do
 done
 server_port=$(awk '/^port / { print $2 }' "$work/server.out")
 [ -n "$server_port" ] || { echo "http_bench_server did not start" >&2; cat "$work/server.err" >&2; exit 1; }
-read -r server_rate server_p99 < <(run_wrk "http://127.0.0.1:$server_port/bench/hello")
+read -r server_rate server_p99 server_per_cpu < <(run_wrk "http://127.0.0.1:$server_port/bench/hello" "$server_pid")
 kill "$server_pid"; wait "$server_pid" 2>/dev/null || true; server_pid=
 
 # nginx with the same small answer.
@@ -93,9 +104,11 @@ CONF
 taskset -c 0 nginx -p "$work" -c "$work/nginx.conf" 2>"$work/nginx.err" &
 nginx_pid=$!
 wait_for_port "$nginx_port"
-read -r nginx_rate nginx_p99 < <(run_wrk "http://127.0.0.1:$nginx_port/hello")
+read -r nginx_rate nginx_p99 nginx_per_cpu < <(run_wrk "http://127.0.0.1:$nginx_port/hello" "$nginx_pid")
 
-printf '%-18s %12s %10s\n' "server" "requests/s" "p99 ms"
-printf '%-18s %12s %10s\n' "http_bench_server" "$server_rate" "$server_p99"
-printf '%-18s %12s %10s\n' "nginx" "$nginx_rate" "$nginx_p99"
-awk -v a="$server_rate" -v b="$nginx_rate" 'BEGIN { printf "ratio (server / nginx): %.2f (goal >= 0.80)\n", a / b }'
+uptime
+printf '%-18s %12s %10s %16s\n' "server" "requests/s" "p99 ms" "requests/CPU s"
+printf '%-18s %12s %10s %16s\n' "http_bench_server" "$server_rate" "$server_p99" "$server_per_cpu"
+printf '%-18s %12s %10s %16s\n' "nginx" "$nginx_rate" "$nginx_p99" "$nginx_per_cpu"
+awk -v a="$server_rate" -v b="$nginx_rate" -v c="$server_per_cpu" -v d="$nginx_per_cpu" 'BEGIN {
+    printf "ratio (server / nginx): %.2f requests/s (goal >= 0.80), %.2f requests per CPU second\n", a / b, c / d }'
