@@ -2,6 +2,7 @@
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/ip/v6_only.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 
@@ -107,7 +108,7 @@ std::unique_ptr<asio::io_context> newIoContext() {
 tcp::endpoint endpointOf(const BoundUrl& url, asio::io_context& io) {
     const auto port = static_cast<unsigned short>(url.port);
     if (url.host == "*" || url.host == "+") {
-        return {tcp::v4(), port};
+        return {tcp::v6(), port};
     }
     boost::system::error_code error;
     const auto address = asio::ip::make_address(url.host, error);
@@ -199,8 +200,7 @@ class RequestsSource::Impl final : public detail::ConnectionOwner {
         }
         m_path = url->path;
         try {
-            const tcp::endpoint endpoint = endpointOf(*url, *m_io);
-            openAcceptor(endpoint);
+            const tcp::endpoint endpoint = openAcceptor(endpointOf(*url, *m_io));
             m_acceptor.set_option(tcp::acceptor::reuse_address(true));
             m_acceptor.bind(endpoint);
             m_acceptor.listen(asio::socket_base::max_listen_connections);
@@ -210,12 +210,21 @@ class RequestsSource::Impl final : public detail::ConnectionOwner {
         }
     }
 
-    void openAcceptor(const tcp::endpoint& endpoint) {
-        try {
-            m_acceptor.open(endpoint.protocol());
-        } catch (const boost::system::system_error&) {
+    // Every address means IPv6 and IPv4 together where the system has IPv6, else IPv4 alone.
+    tcp::endpoint openAcceptor(tcp::endpoint endpoint) {
+        boost::system::error_code error;
+        m_acceptor.open(endpoint.protocol(), error);
+        if (error && endpoint.address() == asio::ip::address_v6::any()) {
+            endpoint = tcp::endpoint(tcp::v4(), endpoint.port());
+            m_acceptor.open(endpoint.protocol(), error);
+        }
+        if (error) {
             throw Exception("Could not create Http server handle");
         }
+        if (endpoint.address() == asio::ip::address_v6::any()) {
+            m_acceptor.set_option(asio::ip::v6_only(false), error);
+        }
+        return endpoint;
     }
 
     void listen() {

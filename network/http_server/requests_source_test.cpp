@@ -444,6 +444,13 @@ TEST(RequestsSourceTest, Stop_BlockedReceiveFailsAtOnceAndQueuedRequestsAreDropp
     EXPECT_TRUE(queued.closedByServer());
 }
 
+TEST(RequestsSourceTest, EveryAddress_ReachableOverIPv4Loopback) {
+    log::log_perf::v4::testing::CapturingLogger logger;
+    RequestsSource source(&logger, "http://*:0/svc", std::make_unique<testing::FunctionHandler>(echoRequest),
+                          1, http_server_auth::auth_mgr_client::v3::alwaysSuccessfulAuthMgr());
+    EXPECT_TRUE(exchange(source.port(), kGet).ends_with(chunked("4 /svc/x ")));
+}
+
 TEST(RequestsSourceTest, StartFailures_Texts) {
     TestServer running(echoRequest, {.workers = 1});
     log::log_perf::v4::testing::CapturingLogger logger;
