@@ -85,7 +85,7 @@ std::string cleanName(const std::string& name) {
 
 void appendField(std::string& head, const std::string& name, const std::string& value) {
     if (!name.empty()) {
-        head += name + ": " + cleanText(value) + "\r\n";
+        head.append(name).append(": ").append(cleanText(value)).append("\r\n");
     }
 }
 
@@ -97,7 +97,8 @@ std::string formatHead(const HttpHeader& header) {
     }
     char status[8];
     std::snprintf(status, sizeof status, "%03u", static_cast<unsigned>(header.status));
-    std::string head = std::string("HTTP/1.1 ") + status + " " + cleanText(header.reason) + "\r\n";
+    std::string head = "HTTP/1.1 ";
+    head.append(status).append(" ").append(cleanText(header.reason)).append("\r\n");
     for (const auto& [id, value] : header.knownHeaders) {
         checkLength(value);
         if (id < 0 || id >= ids::HttpHeaderResponseMaximum) {
@@ -110,27 +111,25 @@ std::string formatHead(const HttpHeader& header) {
         checkLength(value);
         appendField(head, cleanName(name), value);
     }
-    return head + "\r\n";
+    return head.append("\r\n");
 }
 
 std::string plainAnswer(std::uint16_t status, const std::string& reason, bool closing) {
     HttpHeader header(status, reason);
-    header.knownHeaders[ids::HttpHeaderContentLength] = std::to_string(reason.size());
-    header.knownHeaders[ids::HttpHeaderContentType] = "text/plain";
+    header.knownHeaders.emplace(ids::HttpHeaderContentLength, std::to_string(reason.size()));
+    header.knownHeaders.emplace(ids::HttpHeaderContentType, "text/plain");
     if (closing) {
-        header.knownHeaders[ids::HttpHeaderConnection] = "close";
+        header.knownHeaders.emplace(ids::HttpHeaderConnection, "close");
     }
     return formatHead(header) + reason;
 }
 
 std::string unauthorizedAnswer(const std::string& challenge, bool closing) {
-    HttpHeader header(0, "N/A");
-    header.knownHeaders[ids::HttpHeaderWwwAuthenticate] = challenge;
-    header.status = 401;
-    header.reason = "Unauthorized";
-    header.knownHeaders[ids::HttpHeaderContentLength] = "0";
+    HttpHeader header(401, "Unauthorized");
+    header.knownHeaders.emplace(ids::HttpHeaderWwwAuthenticate, challenge);
+    header.knownHeaders.emplace(ids::HttpHeaderContentLength, "0");
     if (closing) {
-        header.knownHeaders[ids::HttpHeaderConnection] = "close";
+        header.knownHeaders.emplace(ids::HttpHeaderConnection, "close");
     }
     return formatHead(header);
 }
