@@ -122,6 +122,8 @@ TEST(RequestsSourceTest, HandlerAnswers_ExactBytesOnTheWire) {
              chunked("Invalid element index")},
         {"header failures",
          [&](IAnswerSender& a) {
+             test_support::v1::expectFailure([&] { sendText(a, "body first"); },
+                                             "Could not send Http request answer: Invalid argument");
              HttpHeader header(200, "OK");
              header.knownHeaders[http_server_request_handler::v0::HttpHeaderResponseMaximum] = "x";
              test_support::v1::expectFailure([&] { a.SendHeader(header); }, "Invalid HTTP header ID");
