@@ -9,10 +9,12 @@
 #include <cerrno>
 #include <limits>
 
-#include "network/http_server/socket_io.h"
 #include "network/http_server/wire_format.h"
+#include "system/socket/socket_io.h"
 
 namespace ovtx::network::http_server::v3::detail {
+
+using namespace system::socket::v1;
 
 namespace {
 

@@ -6,9 +6,11 @@
 #include <stdexcept>
 
 #include "network/http_server/requests_source.h"
-#include "network/http_server/socket_io.h"
+#include "system/socket/socket_io.h"
 
 namespace ovtx::network::http_server::v3::detail {
+
+using namespace system::socket::v1;
 
 namespace {
 

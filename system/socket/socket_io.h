@@ -1,4 +1,4 @@
-// Blocking reads and writes with a time limit on a connected socket, for the worker threads.
+// Blocking reads and writes with a time limit on a connected socket, for the HTTP server's workers.
 //
 // The listener's event loop owns the sockets between requests; while a request is with a worker,
 // the worker reads the body and writes the answer through these calls. Writes never raise
@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <string>
 
-namespace ovtx::network::http_server::v3::detail {
+namespace ovtx::system::socket::v1 {
 
 // Outcome of one call: bytes moved, and the errno-style error (0 when none; ETIMEDOUT when the
 // client stayed silent past the limit). A read of 0 bytes with no error is the client's end.
@@ -28,4 +28,4 @@ void abortSocket(int socket);
 // The system's text for an error number.
 std::string errorText(int error);
 
-}  // namespace ovtx::network::http_server::v3::detail
+}  // namespace ovtx::system::socket::v1

@@ -1,4 +1,4 @@
-#include "network/http_server/socket_io.h"
+#include "system/socket/socket_io.h"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <system_error>
 
-namespace ovtx::network::http_server::v3::detail {
+namespace ovtx::system::socket::v1 {
 
 namespace {
 
@@ -76,4 +76,4 @@ std::string errorText(int error) {
     return std::system_category().message(error);
 }
 
-}  // namespace ovtx::network::http_server::v3::detail
+}  // namespace ovtx::system::socket::v1
