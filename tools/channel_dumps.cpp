@@ -138,7 +138,8 @@ class AudioDump : public ChannelDump {
             if ((!m_files[i].started() && !m_files[i].start(sampleRateOf(pair.sampling))) ||
                 !m_files[i].append(pair.samples, count)) {
                 m_failed = m_outputs[i].path;
-                error = "cannot write " + m_failed;
+                error = m_files[i].full() ? m_failed + " reached the 4 GB that a WAV file can hold"
+                                          : "cannot write " + m_failed;
                 return false;
             }
         }

@@ -132,6 +132,10 @@ bool WavFile::start(std::uint32_t sampleRate) {
 
 bool WavFile::append(const std::int16_t* samples, std::size_t stereoSamples) {
     const std::size_t bytes = stereoSamples * 4;
+    if (m_file.seekable() && bytes > kWavUnknownSize - kWavHeaderBytes - m_dataBytes) {
+        m_full = true;
+        return false;
+    }
     m_file.stream().write(reinterpret_cast<const char*>(samples), static_cast<std::streamsize>(bytes));
     m_dataBytes += static_cast<std::uint32_t>(bytes);
     if (m_file.seekable()) {

@@ -77,8 +77,10 @@ class WavFile {
     bool started() const { return m_started; }
     // The sample rate of the samples to come; call once, before the first append.
     bool start(std::uint32_t sampleRate);
-    // Appends `stereoSamples` left/right pairs of 16-bit samples.
+    // Appends `stereoSamples` left/right pairs of 16-bit samples; false also once a regular file
+    // would pass the 4 GB that a WAV header can count (full() tells).
     bool append(const std::int16_t* samples, std::size_t stereoSamples);
+    bool full() const { return m_full; }
     bool close();
     ~WavFile() { close(); }
 
@@ -89,6 +91,7 @@ class WavFile {
     std::uint32_t m_sampleRate = kDefaultSampleRate;
     std::uint32_t m_dataBytes = 0;
     bool m_started = false;
+    bool m_full = false;
 };
 
 // Sample rate of an AudioPairSampling code: 1 is 48 kHz, 2 is 44.1 kHz, 3 is 32 kHz; others 48 kHz.

@@ -168,7 +168,9 @@ bool TeletextTsFile::write(std::span<const std::uint8_t> descriptor, std::span<c
         return false;
     }
     const std::int64_t pts = kPtsOffset90kHz + time * 9 / 1000;
-    if (!writeBytes(pcrPacket(kTeletextPid, (pts - kPcrLead90kHz) * 300, m_teletextContinuity))) {
+    // A packet without payload repeats the counter of the packet before it.
+    const auto lastContinuity = static_cast<std::uint8_t>((m_teletextContinuity + 15) & 0x0F);
+    if (!writeBytes(pcrPacket(kTeletextPid, (pts - kPcrLead90kHz) * 300, lastContinuity))) {
         return false;
     }
     if (dataField.size() <= ttx::kTeletextDataUnitSize) {

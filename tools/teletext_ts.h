@@ -43,7 +43,8 @@ std::vector<std::uint8_t> teletextPes(std::span<const std::uint8_t> dataField, s
 // last packet is filled with adaptation-field stuffing. `continuity` counts on.
 std::vector<std::uint8_t> tsPackets(std::uint16_t pid, std::span<const std::uint8_t> payload,
                                     std::uint8_t& continuity);
-// A packet of adaptation field alone carrying `pcr27MHz` (which doesn't move the continuity counter).
+// A packet of adaptation field alone carrying `pcr27MHz`; `continuity` is the counter of the PID's
+// last packet, which a packet without payload keeps.
 std::vector<std::uint8_t> pcrPacket(std::uint16_t pid, std::int64_t pcr27MHz, std::uint8_t continuity);
 
 class TeletextTsFile {
