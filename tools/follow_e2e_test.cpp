@@ -247,7 +247,8 @@ TEST_F(FollowDaemonE2eTest, FilesOfOneFollow_BeepAtTheSameMomentEverywhere) {
     EXPECT_EQ(tsTeletext.size(), beepsMs.size());
 }
 
-TEST_F(FollowDaemonE2eTest, StandardOutput_PipesIntoFfprobe) {
+// Video and sound piped into ffprobe, and the stats of a follow, on one run.
+TEST_F(FollowDaemonE2eTest, StandardOutputAndStats_ReadByFfprobeAndEverySecond) {
     const std::string follow = binaryPath("simulcast_follow") + " 0 --records 40 ";
     const ToolResult video =
         runShell(follow + "--y4m - | ffprobe -v error -show_entries " +
@@ -257,13 +258,11 @@ TEST_F(FollowDaemonE2eTest, StandardOutput_PipesIntoFfprobe) {
     const ToolResult audio = runShell(follow + "--wav-pair 1 /dev/stdout | ffprobe -v error -show_entries " +
                                       "stream=codec_name,sample_rate,channels -of default=nw=1 -");
     EXPECT_EQ(joined(audio.lines), "codec_name=pcm_s16le\nsample_rate=48000\nchannels=2\n");
-}
 
-TEST_F(FollowDaemonE2eTest, Stats_EverySecondPerChannel) {
-    const ToolResult follow = runTool("simulcast_follow", {"0", "--stats", "--seconds", "2.5"});
-    ASSERT_EQ(follow.exitCode, 0);
-    ASSERT_EQ(follow.lines.size(), 8u) << joined(follow.lines);
-    const std::string last = joined({follow.lines.begin() + 4, follow.lines.end()});
+    const ToolResult stats = runTool("simulcast_follow", {"0", "--stats", "--seconds", "2.5"});
+    ASSERT_EQ(stats.exitCode, 0);
+    ASSERT_EQ(stats.lines.size(), 8u) << joined(stats.lines);
+    const std::string last = joined({stats.lines.begin() + 4, stats.lines.end()});
     EXPECT_TRUE(std::regex_search(
         last, std::regex(R"(stats video records=\d+ rate=2\d\.\d\d disc=0 last_start=\d+ aspect=4:3)")))
         << last;
