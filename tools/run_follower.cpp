@@ -77,23 +77,36 @@ std::int64_t frameNumberAt(std::int64_t start, std::int32_t formatCode) {
 // of them begin with the same frame.
 class AlignmentGate {
   public:
-    explicit AlignmentGate(std::size_t channels) : m_waiting(channels) {}
+    static constexpr auto kSlowNotice = std::chrono::seconds(3);
 
-    // A channel's first start time; waits for the others and returns the common start, or nothing
-    // on a stop. The last one to come runs `onComplete` first.
-    template <typename OnComplete>
-    std::optional<std::int64_t> join(std::int64_t firstStart, const std::atomic<bool>& stop,
-                                     OnComplete onComplete) {
+    explicit AlignmentGate(std::vector<std::string> channels) : m_waiting(std::move(channels)) {}
+
+    // The first start time of `channel`; waits for the others and returns the common start, or
+    // nothing on a stop. The last one to come runs `onComplete` first. A wait that lasts runs
+    // `onSlow` once with the channels still to come.
+    template <typename OnComplete, typename OnSlow>
+    std::optional<std::int64_t> join(const std::string& channel, std::int64_t firstStart,
+                                     const std::atomic<bool>& stop, OnComplete onComplete, OnSlow onSlow) {
         std::unique_lock lock(m_mutex);
         m_origin = std::max(m_origin.value_or(firstStart), firstStart);
-        if (--m_waiting == 0) {
+        std::erase(m_waiting, channel);
+        if (m_waiting.empty()) {
             onComplete(*m_origin);
             m_done.notify_all();
             return m_origin;
         }
-        while (m_waiting > 0) {
+        const auto slow = std::chrono::steady_clock::now() + kSlowNotice;
+        while (!m_waiting.empty()) {
             if (stop.load()) {
                 return std::nullopt;
+            }
+            if (!m_toldSlow && std::chrono::steady_clock::now() >= slow) {
+                m_toldSlow = true;
+                std::string missing;
+                for (const std::string& name : m_waiting) {
+                    missing += (missing.empty() ? "" : ", ") + name;
+                }
+                onSlow(missing);
             }
             m_done.wait_for(lock, kStopPoll);
         }
@@ -103,8 +116,9 @@ class AlignmentGate {
   private:
     std::mutex m_mutex;
     std::condition_variable m_done;
-    std::size_t m_waiting;
+    std::vector<std::string> m_waiting;
     std::optional<std::int64_t> m_origin;
+    bool m_toldSlow = false;
 };
 
 struct Channel {
@@ -148,7 +162,7 @@ class FollowSession {
 
     // Creates the dumps and their files; false with the reason told when one can't be.
     bool openDumps() {
-        std::size_t withDump = 0;
+        std::vector<std::string> withDump;
         for (RecordKind kind :
              {RecordKind::Video, RecordKind::Audio, RecordKind::Captions, RecordKind::Teletext}) {
             auto dump =
@@ -169,7 +183,7 @@ class FollowSession {
                 return false;
             }
             (*channel)->dump = std::move(dump);
-            ++withDump;
+            withDump.emplace_back(kindName(kind));
         }
         m_gate = std::make_unique<AlignmentGate>(withDump);
         return true;
@@ -267,8 +281,13 @@ class FollowSession {
     bool dump(Channel& channel, const std::vector<std::uint8_t>& chunk, bool gap, bool first) {
         const std::int64_t start = recordStart(channel.kind, chunk);
         if (first) {
-            const auto origin =
-                m_gate->join(start, m_stop, [&](std::int64_t common) { announceStart(channel, common); });
+            const auto origin = m_gate->join(
+                std::string(kindName(channel.kind)), start, m_stop,
+                [&](std::int64_t common) { announceStart(channel, common); },
+                [&](const std::string& missing) {
+                    say("the files start once every channel with a file has sent a record; none yet on: " +
+                        missing);
+                });
             if (!origin) {
                 return false;
             }
