@@ -2,16 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <filesystem>
 
 #include "testing/files.h"
+#include "testing/shm.h"
 
 namespace {
 
 using namespace ovtx::tools::simulcast_follow::v1;
 using ovtx::test_support::v1::readFileBytes;
+using ovtx::test_support::v1::uniqueName;
 namespace fs = std::filesystem;
 
 constexpr std::int64_t kSecond = 10000000;
@@ -39,9 +39,7 @@ TEST(CaptionFilesTest, TimesOnTheSccGridAndInSubRip) {
 
 class CaptionFileOutputTest : public testing::Test {
   protected:
-    void SetUp() override {
-        m_path = fs::temp_directory_path() / ("caption_files_" + std::to_string(::getpid()));
-    }
+    void SetUp() override { m_path = fs::temp_directory_path() / uniqueName("caption_files_"); }
     void TearDown() override { fs::remove(m_path); }
     fs::path m_path;
 };

@@ -2,25 +2,23 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <filesystem>
 #include <vector>
 
 #include "testing/files.h"
+#include "testing/shm.h"
 
 namespace {
 
 using namespace ovtx::tools::simulcast_follow::v1;
 using ovtx::test_support::v1::readFileBytes;
+using ovtx::test_support::v1::uniqueName;
 using ovtx::test_support::v1::valueAt;
 namespace fs = std::filesystem;
 
 class MediaFilesTest : public testing::Test {
   protected:
-    void SetUp() override {
-        m_path = fs::temp_directory_path() / ("media_files_" + std::to_string(::getpid()));
-    }
+    void SetUp() override { m_path = fs::temp_directory_path() / uniqueName("media_files_"); }
     void TearDown() override { fs::remove(m_path); }
     fs::path m_path;
 };
