@@ -128,6 +128,7 @@ struct Channel {
     std::string name;
     RecordKind kind;
     std::unique_ptr<ChannelDump> dump;
+    bool dumping = false;  // the dump has reached the common first frame
     ChannelStats stats;
 };
 
@@ -292,9 +293,10 @@ class FollowSession {
                 return false;
             }
         }
-        if (start < m_context.origin) {
+        if (!channel.dumping && start < m_context.origin) {
             return true;  // before the first frame every dump has
         }
+        channel.dumping = true;  // from here on everything, also after a restart of the run
         std::string error;
         if (channel.dump->write(chunk, m_context, gap, error)) {
             return true;
