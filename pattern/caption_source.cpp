@@ -66,8 +66,8 @@ void writeCaptionRecord(std::uint8_t* chunk, std::int64_t start, std::int64_t en
     record->start = start;
     record->end = end;
     record->count = static_cast<std::uint8_t>(entries.size());
-    // A pattern frame may carry more entries than the capture path's 31; the chunk has room for
-    // them (captionEntriesThatFit), so they are written past the structure's own array.
+    // A pattern frame carries more entries than the capture path's 31; the record's array spans
+    // the whole chunk (captionEntriesThatFit).
     std::memcpy(chunk + offsetof(records::CaptionRecord, entries), entries.data(), entries.size_bytes());
 }
 

@@ -9,13 +9,14 @@
 #include <set>
 #include <vector>
 
+#include "encoding/subtitle_text/subtitle_decoder.h"
 #include "pattern/beep_timing.h"
 #include "pattern/pattern_format.h"
-#include "pattern/zvbi_test_decoder.h"
 
 namespace {
 
 using namespace ovtx::pattern::pattern_source::v1;
+using ovtx::encoding::subtitle_text::v1::SubtitleDecoder;
 namespace records = ovtx::simulcast::capture_records::v1;
 
 bool oddParity(std::uint32_t byte) {
@@ -68,7 +69,7 @@ TEST_P(CaptionSourceTest, EveryFrame_HasTheBudgetOfWellFormedEntries) {
 TEST_P(CaptionSourceTest, ReferenceDecoder_ShowsBeepInEveryBeepAndOnlyThere) {
     const FrameRational period = patternFormat(GetParam()).period;
     CaptionSource source("BEEP", kBeepPeriod, kBeepLength, captionBudget(period));
-    ZvbiTestDecoder decoder;
+    SubtitleDecoder decoder;
     const std::int64_t frames = framesDue(6500, period);
     std::set<std::int64_t> shown;
     for (std::int64_t f = 0; f < frames; ++f) {
@@ -111,7 +112,7 @@ TEST(CaptionSourceSequenceTest, FrameOutOfSequence_DropsTheQueueAndStartsAgain) 
     EXPECT_EQ(skipped[0].ccData2, 0x80u);
 
     // The next frame loads the caption afresh, and it still shows in the next beep.
-    ZvbiTestDecoder decoder;
+    SubtitleDecoder decoder;
     std::string duringBeep;
     for (std::int64_t f = 13; f <= 51; ++f) {
         const CaptionEntry& e = source.entriesFor(f, period)[0];

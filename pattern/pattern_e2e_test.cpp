@@ -55,14 +55,24 @@ void followAndCheck(const std::string& portName, const fs::path& dir, int record
     const ToolResult follow = runTool("simulcast_follow", {portName, "--records", std::to_string(records),
                                                            "--y4m", y4m.string(), "--wav", wav});
     ASSERT_EQ(follow.exitCode, 0);
-    ASSERT_EQ(follow.lines.size(), static_cast<std::size_t>(records));
+    ASSERT_EQ(follow.lines.size(), static_cast<std::size_t>(records) + 1)
+        << "the records and the first frame";
 
+    // The files begin with the first frame both the video and the audio channel have.
     std::map<std::string, std::int64_t> lastEnd;
     std::map<std::string, int> seen;
-    std::int64_t firstAudioStart = -1;
+    std::int64_t dumpStart = -1;
     std::int64_t audioEnd = -1;
+    int videoFrames = 0;
+    for (const std::string& line : follow.lines) {
+        dumpStart = line.starts_with("first frame=") ? field(line, "start") : dumpStart;
+    }
+    ASSERT_GE(dumpStart, 0);
     for (const std::string& line : follow.lines) {
         const std::string kind = line.substr(0, line.find(' '));
+        if (kind == "first") {
+            continue;
+        }
         const std::int64_t start = field(line, "start");
         if (seen[kind]++ > 0) {
             EXPECT_EQ(field(line, "disc"), 0) << line;
@@ -70,9 +80,9 @@ void followAndCheck(const std::string& portName, const fs::path& dir, int record
         }
         lastEnd[kind] = field(line, "end");
         if (kind == "audio") {
-            firstAudioStart = firstAudioStart < 0 ? start : firstAudioStart;
             audioEnd = lastEnd[kind];
         }
+        videoFrames += kind == "video" && start >= dumpStart ? 1 : 0;
     }
     // The four channels are followed by four readers that open one after another, so the first
     // records of a channel may come a few frames after another's: ask for a handful of each.
@@ -88,12 +98,12 @@ void followAndCheck(const std::string& portName, const fs::path& dir, int record
         std::string("FRAME\n").size() + static_cast<std::size_t>(width) * height * 3 / 2 * sampleBytes;
     const std::size_t headerBytes = video.find('\n') + 1;
     EXPECT_EQ((video.size() - headerBytes) % frameBytes, 0u);
-    EXPECT_EQ((video.size() - headerBytes) / frameBytes, static_cast<std::size_t>(seen["video"]));
+    EXPECT_EQ((video.size() - headerBytes) / frameBytes, static_cast<std::size_t>(videoFrames));
 
     const std::string audio = readFileBytes(wav + "1.wav");
     ASSERT_GE(audio.size(), 44u);
     EXPECT_EQ(valueAt<std::uint32_t>(audio, 24), 48000u);
-    const std::int64_t expectedSamples = audioEnd * 48000 / 10000000 - firstAudioStart * 48000 / 10000000;
+    const std::int64_t expectedSamples = audioEnd * 48000 / 10000000 - dumpStart * 48000 / 10000000;
     EXPECT_EQ(static_cast<std::int64_t>(valueAt<std::uint32_t>(audio, 40)), expectedSamples * 4);
 }
 

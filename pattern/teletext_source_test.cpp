@@ -4,14 +4,15 @@
 
 #include <vector>
 
+#include "encoding/subtitle_text/subtitle_decoder.h"
 #include "pattern/frame_rational.h"
 #include "pattern/pattern_format.h"
-#include "pattern/zvbi_test_decoder.h"
 #include "simulcast/capture_records.h"
 
 namespace {
 
 using namespace ovtx::pattern::pattern_source::v1;
+using ovtx::encoding::subtitle_text::v1::SubtitleDecoder;
 namespace records = ovtx::simulcast::capture_records::v1;
 
 class TeletextSourceTest : public testing::Test {
@@ -64,7 +65,7 @@ TEST_F(TeletextSourceTest, OutsideTheBeep_TheRecordClearsThePage) {
 // libzvbi's page cache reads "Beep" on page 888 during each beep and an empty page otherwise.
 TEST_F(TeletextSourceTest, ReferenceDecoder_ReadsBeepOnPage888DuringTheBeepOnly) {
     const FrameRational period = patternFormat(0).period;
-    ZvbiTestDecoder decoder;
+    SubtitleDecoder decoder;
     EXPECT_FALSE(decoder.teletextText(0x888).has_value());
     for (std::int64_t f = 0; f < 110; ++f) {
         const std::int64_t start = frameTime(f, period);

@@ -194,21 +194,28 @@ static_assert(offsetof(CaptionEntry, ccType) == 8);
 static_assert(offsetof(CaptionEntry, ccData1) == 12);
 static_assert(offsetof(CaptionEntry, ccData2) == 16);
 
-inline constexpr int kMaxCaptionEntries = 31;
+// Entries a caption chunk holds after the record's 20-byte head: 50 in the 1024 bytes of both
+// capture and pattern chunks. The capture path sends at most 31 a frame; a pattern run sends its
+// caption budget, 1200 × the frame period (48 at 25 fps, 40 at 29.97, 24 at 50, 20 at 59.94).
+inline constexpr int kMaxCaptionEntries = (kCaptureCaptionSize.chunkBytes - 20) / 20;
 
-// At offset 0 of a caption chunk; it has no magic.
+// At offset 0 of a caption chunk; it has no magic. Read at most `count` entries, and never more
+// than kMaxCaptionEntries.
 struct CaptionRecord {
     std::int64_t start;
     std::int64_t end;
-    std::uint8_t count;  // entries used, 0 to 31
+    std::uint8_t count;  // entries used, 0 to kMaxCaptionEntries
     std::uint8_t reserved0[3];
     CaptionEntry entries[kMaxCaptionEntries];
 };
-static_assert(sizeof(CaptionRecord) == 20 + 20 * kMaxCaptionEntries);
+static_assert(sizeof(CaptionRecord) >= 20 + 20 * kMaxCaptionEntries);
 static_assert(offsetof(CaptionRecord, start) == 0);
 static_assert(offsetof(CaptionRecord, end) == 8);
 static_assert(offsetof(CaptionRecord, count) == 16);
 static_assert(offsetof(CaptionRecord, entries) == 20);
+static_assert(kMaxCaptionEntries == 50);
+static_assert(sizeof(CaptionRecord) <= kCaptureCaptionSize.chunkBytes &&
+              sizeof(CaptionRecord) <= kPatternCaptionSize.chunkBytes);
 
 inline constexpr std::size_t kMaxTeletextDescriptorBytes = 102;  // 2 + 5 × 20
 inline constexpr std::size_t kMaxTeletextDataBytes = 1473;       // 1 + 46 × 32

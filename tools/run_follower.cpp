@@ -1,9 +1,9 @@
 #include "tools/run_follower.h"
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -13,6 +13,8 @@
 #include "simulcast/capture_records.h"
 #include "simulcast/simulcast_reader.h"
 #include "system/ipc/named_objects.h"
+#include "tools/follow_stats.h"
+#include "tools/format_geometry.h"
 #include "tools/media_files.h"
 
 namespace ovtx::tools::simulcast_follow::v1 {
@@ -24,6 +26,7 @@ namespace ipc = system::ipc::v2;
 using simulcast::simulcast_channel::v1::SimulcastReader;
 
 constexpr auto kOpenRetryPause = std::chrono::milliseconds(50);
+constexpr auto kStopPoll = std::chrono::milliseconds(20);
 
 // The run's format block, read under its mutex; code -1 when it can't be read.
 records::FormatBlock readFormatBlock(const std::string& portName) {
@@ -39,28 +42,177 @@ records::FormatBlock readFormatBlock(const std::string& portName) {
     return block;
 }
 
-// Everything the channel threads share: output, counters, the media files.
+// The portName a channel's name ends in; the name itself when it has no prefix of a run.
+std::string portOfChannel(const std::string& name) {
+    for (std::string_view prefix :
+         {records::kVideoPrefix, records::kAudioPrefix, records::kCaptionPrefix, records::kTeletextPrefix}) {
+        if (name.starts_with(prefix)) {
+            return name.substr(prefix.size());
+        }
+    }
+    return name;
+}
+
+// The number of the frame that starts at `start`; -1 for an unknown format.
+std::int64_t frameNumberAt(std::int64_t start, std::int32_t formatCode) {
+    const auto geometry = formatGeometry(formatCode);
+    if (!geometry || start < 0) {
+        return -1;
+    }
+    // Frame n starts at floor(n × 10^7 × den / num): the smallest n whose start is not before `start`.
+    auto n = static_cast<std::int64_t>(
+        static_cast<long double>(start) * geometry->rateNumerator /
+        (static_cast<long double>(records::kTimeUnitsPerSecond) * geometry->rateDenominator));
+    while (n > 0 &&
+           records::frameStartTime(n - 1, geometry->rateNumerator, geometry->rateDenominator) >= start) {
+        --n;
+    }
+    while (records::frameStartTime(n, geometry->rateNumerator, geometry->rateDenominator) < start) {
+        ++n;
+    }
+    return n;
+}
+
+// Where the dumps of several channels start: at the latest of their first records, so that all
+// of them begin with the same frame.
+class AlignmentGate {
+  public:
+    static constexpr auto kSlowNotice = std::chrono::seconds(3);
+
+    explicit AlignmentGate(std::vector<std::string> channels) : m_waiting(std::move(channels)) {}
+
+    // The first start time of `channel`; waits for the others and returns the common start, or
+    // nothing on a stop. The last one to come runs `onComplete` first. A wait that lasts runs
+    // `onSlow` once with the channels still to come.
+    template <typename OnComplete, typename OnSlow>
+    std::optional<std::int64_t> join(const std::string& channel, std::int64_t firstStart,
+                                     const std::atomic<bool>& stop, OnComplete onComplete, OnSlow onSlow) {
+        std::unique_lock lock(m_mutex);
+        m_origin = std::max(m_origin.value_or(firstStart), firstStart);
+        std::erase(m_waiting, channel);
+        if (m_waiting.empty()) {
+            onComplete(*m_origin);
+            m_done.notify_all();
+            return m_origin;
+        }
+        const auto slow = std::chrono::steady_clock::now() + kSlowNotice;
+        while (!m_waiting.empty()) {
+            if (stop.load()) {
+                return std::nullopt;
+            }
+            if (!m_toldSlow && std::chrono::steady_clock::now() >= slow) {
+                m_toldSlow = true;
+                std::string missing;
+                for (const std::string& name : m_waiting) {
+                    missing += (missing.empty() ? "" : ", ") + name;
+                }
+                onSlow(missing);
+            }
+            m_done.wait_for(lock, kStopPoll);
+        }
+        return m_origin;
+    }
+
+  private:
+    std::mutex m_mutex;
+    std::condition_variable m_done;
+    std::vector<std::string> m_waiting;
+    std::optional<std::int64_t> m_origin;
+    bool m_toldSlow = false;
+};
+
+struct Channel {
+    Channel(std::string channelName, RecordKind recordKind)
+        : name(std::move(channelName)), kind(recordKind), stats(kind) {}
+
+    std::string name;
+    RecordKind kind;
+    std::unique_ptr<ChannelDump> dump;
+    bool dumping = false;  // the dump has reached the common first frame
+    ChannelStats stats;
+};
+
+std::vector<std::unique_ptr<Channel>> channelsOf(const FollowOptions& options) {
+    std::vector<std::unique_ptr<Channel>> channels;
+    if (!options.channel.empty()) {
+        channels.push_back(std::make_unique<Channel>(options.channel,
+                                                     options.kind.value_or(kindOfChannel(options.channel))));
+        return channels;
+    }
+    channels.push_back(std::make_unique<Channel>(
+        records::channelName(records::kVideoPrefix, options.portName), RecordKind::Video));
+    channels.push_back(std::make_unique<Channel>(
+        records::channelName(records::kAudioPrefix, options.portName), RecordKind::Audio));
+    channels.push_back(std::make_unique<Channel>(
+        records::channelName(records::kCaptionPrefix, options.portName), RecordKind::Captions));
+    channels.push_back(std::make_unique<Channel>(
+        records::channelName(records::kTeletextPrefix, options.portName), RecordKind::Teletext));
+    return channels;
+}
+
+// Everything the channel threads share: output, counters, the dumps and where they start.
 class FollowSession {
   public:
     FollowSession(const FollowOptions& options, std::ostream& out, std::ostream& err, std::atomic<bool>& stop)
-        : m_options(options), m_out(out), m_err(err), m_stop(stop) {}
+        : m_options(options),
+          m_text(writesToStandardOutput(options.dumps) ? err : out),
+          m_err(err),
+          m_stop(stop),
+          m_recordLines(!options.quiet && !options.stats && !writesToStandardOutput(options.dumps)),
+          m_channels(channelsOf(options)) {}
 
-    void followChannel(const std::string& name, RecordKind kind) {
+    // Creates the dumps and their files; false with the reason told when one can't be.
+    bool openDumps() {
+        std::vector<std::string> withDump;
+        for (RecordKind kind :
+             {RecordKind::Video, RecordKind::Audio, RecordKind::Captions, RecordKind::Teletext}) {
+            auto dump =
+                makeChannelDump(kind, m_options.dumps, [this](const std::string& text) { say(text); });
+            if (!dump) {
+                continue;
+            }
+            auto channel = std::find_if(m_channels.begin(), m_channels.end(),
+                                        [kind](const auto& c) { return c->kind == kind; });
+            if (channel == m_channels.end()) {
+                m_err << "simulcast_follow: " << kindName(kind) << " files need a " << kindName(kind)
+                      << " channel to follow" << std::endl;
+                return false;
+            }
+            std::string error;
+            if (!dump->open(error)) {
+                m_err << "simulcast_follow: " << error << std::endl;
+                return false;
+            }
+            (*channel)->dump = std::move(dump);
+            withDump.emplace_back(kindName(kind));
+        }
+        m_gate = std::make_unique<AlignmentGate>(withDump);
+        return true;
+    }
+
+    const std::vector<std::unique_ptr<Channel>>& channels() const { return m_channels; }
+
+    void followChannel(Channel& channel) {
         SimulcastReader reader;
-        if (!openWithRetries(reader, name)) {
+        if (!openWithRetries(reader, channel.name)) {
             return;
         }
         std::vector<std::uint8_t> buffer(static_cast<std::size_t>(reader.maxChunkBytes()));
+        bool first = true;
         while (!m_stop.load()) {
             bool discontinuity = false;
             bool timedOut = false;
             if (reader.read(buffer.data(), static_cast<std::int32_t>(buffer.size()), m_options.timeoutMs,
                             discontinuity, timedOut)) {
-                deliver(kind, name, reader.lastSequence(), discontinuity, buffer);
+                const bool gap = discontinuity && !first;
+                if (!deliver(channel, reader.lastSequence(), discontinuity, gap, buffer, first)) {
+                    return;
+                }
+                first = false;
             } else if (!timedOut) {
                 // The channel changed under the reader (a writer restarted with other sizes): start over.
                 reader.close();
-                if (!openWithRetries(reader, name)) {
+                if (!openWithRetries(reader, channel.name)) {
                     return;
                 }
                 buffer.resize(static_cast<std::size_t>(reader.maxChunkBytes()));
@@ -68,7 +220,24 @@ class FollowSession {
         }
     }
 
-    bool failed() const { return m_failed.load(); }
+    void printStats(double seconds) {
+        std::lock_guard lock(m_outputMutex);
+        for (const auto& channel : m_channels) {
+            m_text << channel->stats.takeLine(seconds) << '\n';
+        }
+        m_text.flush();
+    }
+
+    // Completes the files; false when one could not be written.
+    bool finishDumps() {
+        for (const auto& channel : m_channels) {
+            std::string error;
+            if (channel->dump && !channel->dump->finish(error) && !channel->dump->writesStandardOutput()) {
+                fail(error);
+            }
+        }
+        return !m_failed.load();
+    }
 
   private:
     bool openWithRetries(SimulcastReader& reader, const std::string& name) {
@@ -78,8 +247,7 @@ class FollowSession {
                 return true;
             }
             if (!told) {
-                std::lock_guard lock(m_outputMutex);
-                m_err << "simulcast_follow: waiting for channel " << name << std::endl;
+                say("waiting for channel " + name);
                 told = true;
             }
             std::this_thread::sleep_for(kOpenRetryPause);
@@ -87,153 +255,142 @@ class FollowSession {
         return false;
     }
 
-    void deliver(RecordKind kind, const std::string& name, std::int64_t sequence, bool discontinuity,
-                 const std::vector<std::uint8_t>& chunk) {
+    // False when the channel's thread is to end.
+    bool deliver(Channel& channel, std::int64_t sequence, bool discontinuity, bool gap,
+                 const std::vector<std::uint8_t>& chunk, bool first) {
         const std::int64_t index = m_records.fetch_add(1);
         if (m_options.maxRecords > 0 && index >= m_options.maxRecords) {
             m_stop.store(true);
-            return;
+            return false;
         }
-        const std::string line = summariseRecord(kind, sequence, discontinuity, chunk.data(), chunk.size());
-        {
+        channel.stats.add(gap, chunk.data(), chunk.size());
+        if (m_recordLines) {
+            const std::string line =
+                summariseRecord(channel.kind, sequence, discontinuity, chunk.data(), chunk.size());
             std::lock_guard lock(m_outputMutex);
-            m_out << line << std::endl;
+            m_text << line << std::endl;
         }
-        if (kind == RecordKind::Video && !m_options.y4mPath.empty()) {
-            writeVideo(name, chunk);
-        }
-        if (kind == RecordKind::Audio && !m_options.wavPrefix.empty()) {
-            writeAudio(chunk);
+        if (channel.dump && !dump(channel, chunk, gap, first)) {
+            return false;
         }
         if (m_options.maxRecords > 0 && index + 1 >= m_options.maxRecords) {
             m_stop.store(true);
         }
+        return true;
+    }
+
+    bool dump(Channel& channel, const std::vector<std::uint8_t>& chunk, bool gap, bool first) {
+        const std::int64_t start = recordStart(channel.kind, chunk);
+        if (first) {
+            const auto origin = m_gate->join(
+                std::string(kindName(channel.kind)), start, m_stop,
+                [&](std::int64_t common) { announceStart(channel, common); },
+                [&](const std::string& missing) {
+                    say("the files start once every channel with a file has sent a record; none yet on: " +
+                        missing);
+                });
+            if (!origin) {
+                return false;
+            }
+        }
+        if (!channel.dumping && start < m_context.origin) {
+            return true;  // before the first frame every dump has
+        }
+        channel.dumping = true;  // from here on everything, also after a restart of the run
+        std::string error;
+        if (channel.dump->write(chunk, m_context, gap, error)) {
+            return true;
+        }
+        if (channel.dump->writesStandardOutput()) {
+            say("standard output closed: stopping");
+            m_stop.store(true);
+        } else {
+            fail(error);
+        }
+        return false;
+    }
+
+    // Runs once, under the gate's lock, before any dump writes.
+    void announceStart(const Channel& channel, std::int64_t origin) {
+        const std::string portName =
+            m_options.channel.empty() ? m_options.portName : portOfChannel(channel.name);
+        m_context.origin = origin;
+        m_context.format = readFormatBlock(portName);
+        std::lock_guard lock(m_outputMutex);
+        m_text << "first frame=" << frameNumberAt(origin, m_context.format.formatCode) << " start=" << origin
+               << std::endl;
+    }
+
+    void say(const std::string& message) {
+        std::lock_guard lock(m_outputMutex);
+        m_err << "simulcast_follow: " << message << std::endl;
     }
 
     void fail(const std::string& message) {
-        std::lock_guard lock(m_outputMutex);
-        m_err << "simulcast_follow: " << message << std::endl;
+        say(message);
         m_failed = true;
         m_stop.store(true);
     }
 
-    std::string portOf(const std::string& channel) const {
-        if (m_options.channel.empty()) {
-            return m_options.portName;
-        }
-        return channel.substr(std::min(channel.size(), records::kVideoPrefix.size()));
-    }
-
-    void writeVideo(const std::string& channel, const std::vector<std::uint8_t>& chunk) {
-        records::VideoRecordHeader header;
-        std::memcpy(&header, chunk.data(), sizeof header);
-        if (header.magic != records::kVideoMagic || header.standardMismatch != 0) {
-            return;  // a frame without picture
-        }
-        if (!m_video.isOpen() && !openVideo(channel, chunk.size(), header)) {
-            return;
-        }
-        if (m_video.isOpen() && !m_video.writeFrame(chunk.data() + records::kVideoPictureOffset)) {
-            fail("cannot write " + m_options.y4mPath);
-        }
-    }
-
-    bool openVideo(const std::string& channel, std::size_t chunkBytes,
-                   const records::VideoRecordHeader& header) {
-        const records::FormatBlock block = readFormatBlock(portOf(channel));
-        const auto geometry = formatGeometry(block.formatCode);
-        if (!geometry) {
-            fail("unknown video format code " + std::to_string(block.formatCode) + " in the format block");
-            return false;
-        }
-        const int depth = block.bitDepth;
-        if (depth != 8 && depth != 10) {
-            fail("bit depth " + std::to_string(depth) + " in the format block: cannot tell the picture's geometry");
-            return false;
-        }
-        if (!m_video.open(m_options.y4mPath, *geometry, depth, header.aspectNumerator,
-                          header.aspectDenominator)) {
-            fail("cannot create " + m_options.y4mPath);
-            return false;
-        }
-        if (m_video.pictureBytes() + records::kVideoPictureOffset > chunkBytes) {
-            fail("the video chunks are too small for the announced format");
-            return false;
-        }
-        return true;
-    }
-
-    void writeAudio(const std::vector<std::uint8_t>& chunk) {
-        records::AudioRecord record;
-        std::memcpy(&record, chunk.data(), sizeof record);
-        if (record.magic != records::kAudioMagic) {
-            return;
-        }
-        for (std::size_t p = 0; p < m_pairs.size(); ++p) {
-            const records::AudioPairBlock& pair = record.pairs[p];
-            const std::string path = m_options.wavPrefix + std::to_string(p + 1) + ".wav";
-            if (!m_pairs[p].isOpen() && !m_pairs[p].open(path, sampleRateOf(pair.sampling))) {
-                fail("cannot create " + path);
-                return;
-            }
-            const std::size_t count = std::min<std::size_t>(pair.sampleCount, records::kMaxStereoSamples);
-            if (!m_pairs[p].append(pair.samples, count)) {
-                fail("cannot write " + path);
-                return;
-            }
-        }
-    }
-
     const FollowOptions& m_options;
-    std::ostream& m_out;
+    std::ostream& m_text;
     std::ostream& m_err;
     std::atomic<bool>& m_stop;
+    const bool m_recordLines;
     std::mutex m_outputMutex;
     std::atomic<std::int64_t> m_records{0};
     std::atomic<bool> m_failed{false};
-    Y4mFile m_video;                                        // only the video thread touches it
-    std::array<WavFile, records::kAudioPairCount> m_pairs;  // only the audio thread touches them
+    std::vector<std::unique_ptr<Channel>> m_channels;
+    std::unique_ptr<AlignmentGate> m_gate;
+    DumpContext m_context;  // set by the gate before any dump uses it
 };
 
-struct ChannelToFollow {
-    std::string name;
-    RecordKind kind;
-};
-
-std::vector<ChannelToFollow> channelsOf(const FollowOptions& options) {
-    if (!options.channel.empty()) {
-        return {{options.channel, options.kind.value_or(kindOfChannel(options.channel))}};
-    }
-    return {{records::channelName(records::kVideoPrefix, options.portName), RecordKind::Video},
-            {records::channelName(records::kAudioPrefix, options.portName), RecordKind::Audio},
-            {records::channelName(records::kCaptionPrefix, options.portName), RecordKind::Captions},
-            {records::channelName(records::kTeletextPrefix, options.portName), RecordKind::Teletext}};
-}
-
-void waitForStop(double seconds, std::atomic<bool>& stop) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+// Waits for the stop flag, sets it when the time limit is reached, and prints the stats once a
+// second.
+void waitForStop(const FollowOptions& options, FollowSession& session, std::atomic<bool>& stop) {
+    using Clock = std::chrono::steady_clock;
+    const auto begin = Clock::now();
+    const auto deadline = begin + std::chrono::duration<double>(options.seconds);
+    auto lastStats = begin;
     while (!stop.load()) {
-        if (seconds > 0 && std::chrono::steady_clock::now() >= deadline) {
+        const auto now = Clock::now();
+        if (options.seconds > 0 && now >= deadline) {
             stop.store(true);
             break;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        if (options.stats && now - lastStats >= std::chrono::seconds(1)) {
+            session.printStats(std::chrono::duration<double>(now - lastStats).count());
+            lastStats = now;
+        }
+        std::this_thread::sleep_for(kStopPoll);
     }
 }
 
 }  // namespace
 
+bool writesToStandardOutput(const DumpPaths& paths) {
+    const bool pairToOutput =
+        std::any_of(paths.wavPairs.begin(), paths.wavPairs.end(),
+                    [](const WavPairOutput& pair) { return isStandardOutput(pair.path); });
+    return pairToOutput || isStandardOutput(paths.y4m) || isStandardOutput(paths.scc) ||
+           isStandardOutput(paths.captionSrt) || isStandardOutput(paths.teletextTs) ||
+           isStandardOutput(paths.teletextSrt);
+}
+
 int followRun(const FollowOptions& options, std::ostream& out, std::ostream& err, std::atomic<bool>& stop) {
     auto session = std::make_unique<FollowSession>(options, out, err, stop);
-    std::vector<std::thread> threads;
-    for (const ChannelToFollow& channel : channelsOf(options)) {
-        threads.emplace_back([&session, channel] { session->followChannel(channel.name, channel.kind); });
+    if (!session->openDumps()) {
+        return 1;
     }
-    waitForStop(options.seconds, stop);
+    std::vector<std::thread> threads;
+    for (const auto& channel : session->channels()) {
+        threads.emplace_back([&session, &channel] { session->followChannel(*channel); });
+    }
+    waitForStop(options, *session, stop);
     for (std::thread& thread : threads) {
         thread.join();
     }
-    return session->failed() ? 1 : 0;
+    return session->finishDumps() ? 0 : 1;
 }
 
 }  // namespace ovtx::tools::simulcast_follow::v1

@@ -4,13 +4,16 @@
 //   FollowOptions options;
 //   options.portName = "0";
 //   options.maxRecords = 100;
-//   options.y4mPath = "video.y4m";
-//   std::atomic<bool> stop{false};                       // set it to stop, e.g. from a signal
+//   options.dumps.y4m = "video.y4m";
+//   std::atomic<bool> stop{false};                        // set it to stop, e.g. from a signal
 //   return followRun(options, std::cout, std::cerr, stop); // until 100 records or a stop
 //
 // Each channel is followed on a thread of its own, opening with retries until a writer has set
-// it up. A stop comes from the caller's flag, from the record limit or from the time limit; the
-// limits set the flag themselves.
+// it up. The files are created before anything is read. Their content starts at the same frame,
+// the first one that every channel with a file has (announced as "first frame=<n> start=<t>"),
+// so that picture, sound and subtitles line up; times in subtitle files count from that frame.
+// A stop comes from the caller's flag, from the record limit or from the time limit; the limits
+// set the flag themselves.
 #pragma once
 
 #include <atomic>
@@ -19,6 +22,7 @@
 #include <ostream>
 #include <string>
 
+#include "tools/channel_dumps.h"
 #include "tools/record_summary.h"
 
 namespace ovtx::tools::simulcast_follow::v1 {
@@ -29,13 +33,17 @@ struct FollowOptions {
     std::optional<RecordKind> kind;  // of `channel`; from its name when not given
     std::int64_t maxRecords = 0;     // records of all channels together; 0: no limit
     double seconds = 0;              // 0: no limit
-    std::string y4mPath;             // video records to this Y4M file
-    std::string wavPrefix;           // audio pair p to <wavPrefix><p>.wav, p from 1 to 8
+    DumpPaths dumps;                 // the files to write
+    bool stats = false;              // a block of per-channel figures each second, no record lines
+    bool quiet = false;              // no record lines
     std::uint32_t timeoutMs = 200;   // one read's wait before the stop flag is looked at again
 };
 
-// Prints one line per record to `out` and problems to `err`. Returns the process's exit code:
-// 0, or 1 when a file could not be written.
+// True when one of the files goes to standard output; the text then goes to `err`.
+bool writesToStandardOutput(const DumpPaths& paths);
+
+// Prints one line per record (or the stats) to `out` and problems to `err`. Returns the
+// process's exit code: 0, or 1 when a file could not be created or written.
 int followRun(const FollowOptions& options, std::ostream& out, std::ostream& err, std::atomic<bool>& stop);
 
 }  // namespace ovtx::tools::simulcast_follow::v1

@@ -16,6 +16,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using ovtx::system::process::v1::PipedChild;
+using ovtx::system::process::v1::SpawnOptions;
 using ovtx::test_support::v1::binaryPath;
 using ovtx::test_support::v1::finishTool;
 using ovtx::test_support::v1::readFileBytes;
@@ -63,11 +64,15 @@ TEST_F(SimulcastToolsTest, FollowRun_PrintsRecordsAndWritesPlayableFiles) {
     const ToolResult follow =
         runTool("simulcast_follow", {m_port, "--records", "16", "--y4m", y4m.string(), "--wav", wav});
     ASSERT_EQ(follow.exitCode, 0);
-    ASSERT_EQ(follow.lines.size(), 16u);
+    ASSERT_EQ(follow.lines.size(), 17u) << "16 records and the dump's first frame";
 
     std::map<std::string, int> seen;
     for (const std::string& line : follow.lines) {
         const std::string kind = line.substr(0, line.find(' '));
+        if (kind == "first") {
+            EXPECT_EQ(line.rfind("first frame=", 0), 0u) << line;
+            continue;
+        }
         const bool first = seen[kind]++ == 0;
         EXPECT_NE(line.find(first ? " disc=1 " : " disc=0 "), std::string::npos) << line;
         EXPECT_NE(line.find(" start="), std::string::npos) << line;
@@ -108,6 +113,8 @@ TEST_F(SimulcastToolsTest, FollowRun_PrintsRecordsAndWritesPlayableFiles) {
     EXPECT_TRUE(std::filesystem::exists(wav + "8.wav"));
 }
 
+// The files are created, WAV headers included, before the follow reads anything: whatever moment
+// the interrupt comes at, every pair's file is a complete WAV file.
 TEST_F(SimulcastToolsTest, FollowInterrupted_EndsCleanlyWithCompleteWav) {
     startRun();
     const auto wav = (m_dir / "pair").string();
@@ -116,9 +123,13 @@ TEST_F(SimulcastToolsTest, FollowInterrupted_EndsCleanlyWithCompleteWav) {
     ASSERT_TRUE(follow.kill(PipedChild::Signal::Interrupt));
     const ToolResult result = finishTool(follow);
     EXPECT_EQ(result.exitCode, 0);
-    const std::string audio = readFileBytes(wav + "2.wav");
-    ASSERT_GE(audio.size(), 44u);
-    EXPECT_EQ(valueAt<std::uint32_t>(audio, 40), audio.size() - 44);
+    for (const char* pair : {"1", "2", "8"}) {
+        const std::string audio = readFileBytes(wav + pair + ".wav");
+        ASSERT_GE(audio.size(), 44u) << pair;
+        EXPECT_EQ(audio.substr(0, 4), "RIFF");
+        EXPECT_EQ(valueAt<std::uint32_t>(audio, 4), audio.size() - 8);
+        EXPECT_EQ(valueAt<std::uint32_t>(audio, 40), audio.size() - 44);
+    }
 }
 
 TEST_F(SimulcastToolsTest, FollowOneChannelByName_OnlyThatChannel) {
@@ -158,6 +169,19 @@ TEST_F(SimulcastToolsTest, HelpAndBadCommandLines_ExitCodes) {
     EXPECT_EQ(runTool("simulcast_follow", {"0", "--records", "many"}).exitCode, 1);
     EXPECT_EQ(runTool("simulcast_follow", {"0", "--kind", "video"}).exitCode, 1);
     EXPECT_EQ(runTool("simulcast_follow", {"0", "--bogus", "1"}).exitCode, 1);
+    EXPECT_EQ(runTool("simulcast_follow", {"0", "--wav-pair", "9", "x.wav"}).exitCode, 1);
+    EXPECT_EQ(runTool("simulcast_follow", {"0", "--y4m", "-", "--wav-pair", "1", "/dev/stdout"}).exitCode, 1);
+
+    // An unknown option is told as such, also as the last argument or with a single dash.
+    for (const char* option : {"--bogus", "-stats"}) {
+        SpawnOptions options;
+        options.captureStandardError = true;
+        PipedChild follow = PipedChild::spawn(binaryPath("simulcast_follow"), {"0", option}, options);
+        follow.closeInput();
+        EXPECT_EQ(finishTool(follow).exitCode, 1);
+        EXPECT_NE(follow.standardError().find(std::string("unknown option ") + option), std::string::npos)
+            << follow.standardError();
+    }
 }
 
 }  // namespace

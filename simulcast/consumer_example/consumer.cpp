@@ -1,7 +1,10 @@
-// A minimal consumer of one simulcast channel, built only against the installed library:
+// A minimal consumer of a run's video channel, built only against the installed library:
 //   c++ -std=c++20 consumer.cpp $(pkg-config --cflags --libs sdi_tap_simulcast)
-//   ./consumer <channel name> [open attempts]
-// Exit codes: 0 after a stop, 2 when the channel never appeared.
+//   ./consumer <video channel name> [open attempts]
+// It opens the channel (one attempt every 100 ms, by default for ever), then prints the sequence
+// number and start time of 100 records, "idle" for each second without one, and "(lost chunks)"
+// where it fell behind. Exit codes: 0 after the 100 records, 1 when the channel changed under the
+// reader (a run restarted with other sizes), 2 when the channel never appeared.
 #include <chrono>
 #include <cstdint>
 #include <cstdio>

@@ -1,11 +1,13 @@
-#include "pattern/zvbi_test_decoder.h"
+#include "encoding/subtitle_text/subtitle_decoder.h"
 
 #include <libzvbi.h>
 
+#include <algorithm>
+#include <cctype>
 #include <stdexcept>
 #include <vector>
 
-namespace ovtx::pattern::pattern_source::v1 {
+namespace ovtx::encoding::subtitle_text::v1 {
 
 namespace {
 
@@ -46,23 +48,28 @@ void ignoreEvent(vbi_event* /*event*/, void* /*user*/) {}
 
 }  // namespace
 
-ZvbiTestDecoder::ZvbiTestDecoder() : m_decoder(vbi_decoder_new()) {
+SubtitleDecoder::SubtitleDecoder() : m_decoder(vbi_decoder_new()) {
     if (m_decoder == nullptr || !vbi_event_handler_register(m_decoder, VBI_EVENT_TTX_PAGE | VBI_EVENT_CAPTION,
                                                             ignoreEvent, nullptr)) {
         throw std::runtime_error("could not set up the libzvbi decoder");
     }
 }
 
-ZvbiTestDecoder::~ZvbiTestDecoder() {
+SubtitleDecoder::~SubtitleDecoder() {
     vbi_decoder_delete(m_decoder);
 }
 
-double ZvbiTestDecoder::nextFrameTime() {
+double SubtitleDecoder::nextFrameTime() {
     m_time += 0.04;
     return m_time;
 }
 
-void ZvbiTestDecoder::feedCaptionPair(std::uint8_t first, std::uint8_t second) {
+void SubtitleDecoder::markGap() {
+    // A step of more than two frame periods makes libzvbi drop what it was assembling.
+    m_time += 1.0;
+}
+
+void SubtitleDecoder::feedCaptionPair(std::uint8_t first, std::uint8_t second) {
     vbi_sliced sliced{};
     sliced.id = VBI_SLICED_CAPTION_525_F1;
     sliced.line = 21;
@@ -71,7 +78,7 @@ void ZvbiTestDecoder::feedCaptionPair(std::uint8_t first, std::uint8_t second) {
     vbi_decode(m_decoder, &sliced, 1, nextFrameTime());
 }
 
-void ZvbiTestDecoder::feedTeletextData(std::span<const std::uint8_t> data) {
+void SubtitleDecoder::feedTeletextData(std::span<const std::uint8_t> data) {
     std::vector<vbi_sliced> lines;
     for (std::size_t unit = 1; unit + kDataUnitSize <= data.size(); unit += kDataUnitSize) {
         vbi_sliced sliced{};
@@ -86,7 +93,7 @@ void ZvbiTestDecoder::feedTeletextData(std::span<const std::uint8_t> data) {
     vbi_decode(m_decoder, lines.data(), static_cast<int>(lines.size()), nextFrameTime());
 }
 
-std::string ZvbiTestDecoder::captionText() {
+std::string SubtitleDecoder::captionText() {
     vbi_page page{};
     if (!vbi_fetch_cc_page(m_decoder, &page, 1, TRUE)) {
         return {};
@@ -96,7 +103,7 @@ std::string ZvbiTestDecoder::captionText() {
     return text;
 }
 
-std::optional<std::string> ZvbiTestDecoder::teletextText(int pageNumber) {
+std::optional<std::string> SubtitleDecoder::teletextText(int pageNumber) {
     vbi_page page{};
     if (!vbi_fetch_vt_page(m_decoder, &page, pageNumber, VBI_ANY_SUBNO, VBI_WST_LEVEL_1, 25, FALSE)) {
         return std::nullopt;
@@ -106,4 +113,13 @@ std::optional<std::string> ZvbiTestDecoder::teletextText(int pageNumber) {
     return text;
 }
 
-}  // namespace ovtx::pattern::pattern_source::v1
+std::optional<int> parseTeletextPage(std::string_view text) {
+    if (text.size() != 3 || text[0] < '1' || text[0] > '8' ||
+        !std::isxdigit(static_cast<unsigned char>(text[1])) ||
+        !std::isxdigit(static_cast<unsigned char>(text[2]))) {
+        return std::nullopt;
+    }
+    return std::stoi(std::string(text), nullptr, 16);
+}
+
+}  // namespace ovtx::encoding::subtitle_text::v1
