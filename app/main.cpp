@@ -12,6 +12,7 @@
 #include "log/log_file_sink.h"
 #include "log/log_perf.h"
 #include "pattern/pattern_loop.h"
+#include "system/console/standard_error.h"
 #include "system/file/file.h"
 #include "system/process/process.h"
 #include "system/registry/registry.h"
@@ -163,6 +164,7 @@ int mainRoutine(const std::vector<std::string>& arguments) {
 
 int processEntry(int argc, char** argv) {
     system::process::v1::installFaultHandling();
+    const system::console::v1::NonBlockingStandardError standardError;  // never waits for a reader
     try {
         return mainRoutine(std::vector<std::string>(argv, argv + argc));
     } catch (const std::exception& e) {
