@@ -112,7 +112,7 @@ bool findFirmwareRoot(std::string& root) {
         return false;
     }
     const std::optional<std::string> pathname = key->queryValue("Pathname", kPathnameBufferSize);
-    if (!pathname) {
+    if (!pathname || !pathname->starts_with('/')) {  // an empty or relative value names no root
         return false;
     }
     root = firmwareRootFromPathname(*pathname);
@@ -146,6 +146,7 @@ int mainRoutine(const std::vector<std::string>& arguments) {
     const std::string portName = composePortName(parameters.fourHdQuads, parameters.sdiPort);
     // An installer would have made the Logs directory; make it when it is missing.
     system::file::v2::createDirectories(firmwareRoot + "/Logs");
+    fileSink.SetFileSizeLimit(log::log_perf::v4::kDaemonLogFileSizeLimit);
     fileSink.SetFile(firmwareRoot + "/Logs/sdi_tap." + portName + ".log");
     logger.AddSink(&fileSink);
     system::process::v1::raiseToRealtimePriority();
