@@ -118,7 +118,7 @@ TEST(SdiTapBinaryTest, StandardErrorNobodyReads_RunPublishesAndStops) {
                                           {"-c", "exec \"$0\" \"$@\" 2>\"$SDI_TAP_TEST_STDERR\"",
                                            binaryPath("sdi_tap"), "-sdiport", "0", "-videoformat", "3"},
                                           options);
-    const auto follow = runTool("simulcast_follow", {"0", "--records", "100"});
+    const auto follow = runTool("simulcast_follow", {"0", "--records", "100"}, std::chrono::seconds(20));
     EXPECT_EQ(follow.exitCode, 0);
     EXPECT_EQ(follow.lines.size(), 100u);
     daemon.kill(PipedChild::Signal::Terminate);
