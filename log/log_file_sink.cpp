@@ -233,12 +233,17 @@ void LogFileSink::SetFile(const std::string& path) {
     if (!std::filesystem::exists(path)) {
         createEmptyFile(path);
     }
-    std::string notice = m_fileSizeLimit != 0 ? replaceOversizeFile(path) : std::string();
+    std::vector<std::string> notices;
+    if (m_fileSizeLimit != 0) {
+        if (std::string notice = replaceOversizeFile(path); !notice.empty()) {
+            notices.push_back(std::move(notice));
+        }
+    }
     std::int64_t position = readWritePosition(path);
     try {
         rebuildHistory(path, position);
     } catch (const std::logic_error& e) {  // a number field that is no number, or out of range
-        notice = replaceUnreadableFile(path, e.what());
+        notices.push_back(replaceUnreadableFile(path, e.what()));
         position = kFirstRecordPosition;
         rebuildHistory(path, position);
     }
@@ -249,7 +254,7 @@ void LogFileSink::SetFile(const std::string& path) {
         throw std::ios_base::failure("cannot open " + path, std::error_code(errno, std::generic_category()));
     }
     m_stream.seekp(position);
-    if (!notice.empty()) {
+    for (const std::string& notice : notices) {
         report(notice);
     }
 }

@@ -103,6 +103,8 @@ class LogFileSink : public ILogSink, public ILogRetriever {
 
   private:
     void rebuildHistory(const std::string& path, std::int64_t writePosition);
+    // Both move the file aside, start a new one and give the notice; the first gives nothing for a
+    // file within the limit.
     std::string replaceOversizeFile(const std::string& path);
     std::string replaceUnreadableFile(const std::string& path, const std::string& reason);
     void report(const std::string& notice);
