@@ -1,19 +1,17 @@
 // The daemon binary end to end: exit codes, standard-error texts and log lines of whole runs.
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "log/testing/log_file_reader.h"
+#include "system/console/testing/unread_pipe.h"
 #include "system/process/piped_child.h"
 #include "testing/files.h"
 #include "testing/install_root.h"
+#include "testing/shm.h"
 #include "testing/tool_run.h"
 
 namespace {
@@ -21,6 +19,7 @@ namespace {
 using ovtx::log::log_perf::v4::kDaemonLogFileSizeLimit;
 using ovtx::log::log_perf::v4::testing::containsText;
 using ovtx::log::log_perf::v4::testing::readLogFile;
+using ovtx::system::console::v1::testing::UnreadPipe;
 using ovtx::system::process::v1::ExitStatus;
 using ovtx::system::process::v1::PipedChild;
 using ovtx::system::process::v1::SpawnOptions;
@@ -28,6 +27,7 @@ using ovtx::test_support::v1::binaryPath;
 using ovtx::test_support::v1::InstallRoot;
 using ovtx::test_support::v1::readFileBytes;
 using ovtx::test_support::v1::runTool;
+using ovtx::test_support::v1::uniqueName;
 using namespace std::chrono_literals;
 
 constexpr auto kTimeout = 60s;
@@ -55,7 +55,7 @@ TEST(SdiTapBinaryTest, BadCommandLine_PrintsMessageAndUsage) {
 TEST(SdiTapBinaryTest, UnreadableRoot_FailsWithoutLogFile) {
     // No Pathname at all, one that does not fit the value buffer of 255 bytes with its NUL, an empty
     // one and a relative one: none names an installation root.
-    const std::string relative = "sdi_tap_relative_root_" + std::to_string(::getpid());
+    const std::string relative = uniqueName("sdi_tap_relative_root_");
     const std::optional<std::string> values[] = {
         std::nullopt, "/srv/firm/App/Bin" + std::string(255, 'x') + "\n", "\n", relative + "/App/Bin\n"};
     for (const auto& value : values) {
@@ -100,20 +100,11 @@ TEST(SdiTapBinaryTest, PatternSwitch_SaysNothingAboutTheBoardAndStopsOnInterrupt
 // start nor while it publishes, and stops when asked.
 TEST(SdiTapBinaryTest, StandardErrorNobodyReads_RunPublishesAndStops) {
     InstallRoot install;
-    const std::string fifo = (install.directory() / "stderr.fifo").string();
-    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    const int reader = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);  // holds it open, never reads
-    ASSERT_GE(reader, 0);
-    const int filler = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-    ASSERT_GE(filler, 0);
-    const std::string block(4096, 'f');
-    while (::write(filler, block.data(), block.size()) > 0) {
-    }
-    ::close(filler);
-
+    UnreadPipe pipe(install.directory() / "stderr.fifo");
+    pipe.fill();
     SpawnOptions options;
     options.environment = install.environment();
-    options.environment["SDI_TAP_TEST_STDERR"] = fifo;
+    options.environment["SDI_TAP_TEST_STDERR"] = pipe.path().string();
     PipedChild daemon = PipedChild::spawn("/bin/sh",
                                           {"-c", "exec \"$0\" \"$@\" 2>\"$SDI_TAP_TEST_STDERR\"",
                                            binaryPath("sdi_tap"), "-sdiport", "0", "-videoformat", "3"},
@@ -123,7 +114,7 @@ TEST(SdiTapBinaryTest, StandardErrorNobodyReads_RunPublishesAndStops) {
     EXPECT_EQ(follow.lines.size(), 100u);
     daemon.kill(PipedChild::Signal::Terminate);
     EXPECT_EQ(daemon.wait(kTimeout), ExitStatus::exitedWith(0));
-    ::close(reader);
+    EXPECT_EQ(pipe.drain().find_first_not_of('f'), std::string::npos) << "the pipe was not full all along";
 }
 
 TEST(SdiTapBinaryTest, CorruptLogFile_IsMovedAsideAndTheRunComesUp) {

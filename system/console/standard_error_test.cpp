@@ -6,58 +6,31 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <ostream>
 #include <string>
+
+#include "system/console/testing/unread_pipe.h"
 
 namespace {
 
 using ovtx::system::console::v1::LineWriterBuffer;
 using ovtx::system::console::v1::NonBlockingWriter;
+using ovtx::system::console::v1::testing::UnreadPipe;
 
-// A pipe whose reading end the test drains when it chooses; nobody else reads it.
-class UnreadPipe {
-  public:
-    explicit UnreadPipe(int capacity = 0) {
-        EXPECT_EQ(::pipe2(m_ends, O_CLOEXEC), 0);
-        if (capacity > 0) {
-            EXPECT_EQ(::fcntl(m_ends[1], F_SETPIPE_SZ, capacity), capacity);
-        }
+// Each case writes to a pipe of its own in the temporary directory.
+class NonBlockingWriterTest : public ::testing::Test {
+  protected:
+    std::filesystem::path pipePath() const {
+        return std::filesystem::path(::testing::TempDir()) /
+               ("console_test_" + std::to_string(::getpid()) + "_" +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name());
     }
-    ~UnreadPipe() {
-        ::close(m_ends[0]);
-        ::close(m_ends[1]);
-    }
-    int writeEnd() const { return m_ends[1]; }
-
-    // Fills the pipe through a non-blocking descriptor of the test's own.
-    void fill() {
-        const int own = ::open(("/proc/self/fd/" + std::to_string(m_ends[1])).c_str(), O_WRONLY | O_NONBLOCK);
-        ASSERT_GE(own, 0);
-        const std::string block(4096, 'f');
-        while (::write(own, block.data(), block.size()) > 0) {
-        }
-        ::close(own);
-    }
-
-    // Everything the pipe holds.
-    std::string drain() {
-        const int flags = ::fcntl(m_ends[0], F_GETFL);
-        ::fcntl(m_ends[0], F_SETFL, flags | O_NONBLOCK);
-        std::string content;
-        char buffer[4096];
-        for (ssize_t n = 0; (n = ::read(m_ends[0], buffer, sizeof buffer)) > 0;) {
-            content.append(buffer, static_cast<std::size_t>(n));
-        }
-        ::fcntl(m_ends[0], F_SETFL, flags);
-        return content;
-    }
-
-  private:
-    int m_ends[2] = {-1, -1};
 };
+using LineWriterBufferTest = NonBlockingWriterTest;
 
-TEST(NonBlockingWriterTest, FullPipe_DropsWithoutWaitingAndSaysSoOnceThereIsRoom) {
-    UnreadPipe pipe;
+TEST_F(NonBlockingWriterTest, FullPipe_DropsWithoutWaitingAndSaysSoOnceThereIsRoom) {
+    UnreadPipe pipe(pipePath());
     NonBlockingWriter writer(pipe.writeEnd());
     pipe.fill();
     EXPECT_FALSE(writer.write("lost line\n"));
@@ -73,8 +46,8 @@ TEST(NonBlockingWriterTest, FullPipe_DropsWithoutWaitingAndSaysSoOnceThereIsRoom
     EXPECT_EQ(pipe.drain(), "next\n");
 }
 
-TEST(NonBlockingWriterTest, LineCutShort_TheNoticeStartsOnALineOfItsOwn) {
-    UnreadPipe pipe(4096);
+TEST_F(NonBlockingWriterTest, LineCutShort_TheNoticeStartsOnALineOfItsOwn) {
+    UnreadPipe pipe(pipePath(), 4096);
     NonBlockingWriter writer(pipe.writeEnd());
     const std::string longLine = std::string(10000, 'a') + "\n";
     EXPECT_FALSE(writer.write(longLine));
@@ -83,7 +56,7 @@ TEST(NonBlockingWriterTest, LineCutShort_TheNoticeStartsOnALineOfItsOwn) {
     EXPECT_EQ(pipe.drain(), "\nConsole output dropped: 5905 bytes\nnext\n");
 }
 
-TEST(NonBlockingWriterTest, FullSocket_DropsWithoutWaiting) {
+TEST_F(NonBlockingWriterTest, FullSocket_DropsWithoutWaiting) {
     int ends[2];
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
     NonBlockingWriter writer(ends[0]);
@@ -98,17 +71,16 @@ TEST(NonBlockingWriterTest, FullSocket_DropsWithoutWaiting) {
     ::close(ends[1]);
 }
 
-TEST(NonBlockingWriterTest, ClosedDescriptor_DropsEverything) {
-    UnreadPipe pipe;
-    const int fd = ::dup(pipe.writeEnd());
+TEST_F(NonBlockingWriterTest, ClosedDescriptor_DropsEverything) {
+    const int fd = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     ::close(fd);
     NonBlockingWriter writer(fd);
     EXPECT_FALSE(writer.write("nowhere\n"));
     EXPECT_EQ(writer.droppedBytes(), 8u);
 }
 
-TEST(LineWriterBufferTest, Lines_GoOutWholeAtTheirEndOrAtAFlush) {
-    UnreadPipe pipe;
+TEST_F(LineWriterBufferTest, Lines_GoOutWholeAtTheirEndOrAtAFlush) {
+    UnreadPipe pipe(pipePath());
     NonBlockingWriter writer(pipe.writeEnd());
     LineWriterBuffer buffer(writer);
     std::ostream out(&buffer);
@@ -127,8 +99,8 @@ TEST(LineWriterBufferTest, Lines_GoOutWholeAtTheirEndOrAtAFlush) {
     EXPECT_EQ(pipe.drain(), endless);
 }
 
-TEST(LineWriterBufferTest, Loss_LeavesTheStreamGood) {
-    UnreadPipe pipe;
+TEST_F(LineWriterBufferTest, Loss_LeavesTheStreamGood) {
+    UnreadPipe pipe(pipePath());
     NonBlockingWriter writer(pipe.writeEnd());
     LineWriterBuffer buffer(writer);
     std::ostream out(&buffer);
