@@ -12,6 +12,7 @@
 #include "log/log_file_sink.h"
 #include "log/log_perf.h"
 #include "pattern/pattern_loop.h"
+#include "system/console/standard_error.h"
 #include "system/file/file.h"
 #include "system/process/process.h"
 #include "system/registry/registry.h"
@@ -111,7 +112,7 @@ bool findFirmwareRoot(std::string& root) {
         return false;
     }
     const std::optional<std::string> pathname = key->queryValue("Pathname", kPathnameBufferSize);
-    if (!pathname) {
+    if (!pathname || !pathname->starts_with('/')) {  // an empty or relative value names no root
         return false;
     }
     root = firmwareRootFromPathname(*pathname);
@@ -145,6 +146,7 @@ int mainRoutine(const std::vector<std::string>& arguments) {
     const std::string portName = composePortName(parameters.fourHdQuads, parameters.sdiPort);
     // An installer would have made the Logs directory; make it when it is missing.
     system::file::v2::createDirectories(firmwareRoot + "/Logs");
+    fileSink.SetFileSizeLimit(log::log_perf::v4::kDaemonLogFileSizeLimit);
     fileSink.SetFile(firmwareRoot + "/Logs/sdi_tap." + portName + ".log");
     logger.AddSink(&fileSink);
     system::process::v1::raiseToRealtimePriority();
@@ -163,6 +165,7 @@ int mainRoutine(const std::vector<std::string>& arguments) {
 
 int processEntry(int argc, char** argv) {
     system::process::v1::installFaultHandling();
+    const system::console::v1::NonBlockingStandardError standardError;  // never waits for a reader
     try {
         return mainRoutine(std::vector<std::string>(argv, argv + argc));
     } catch (const std::exception& e) {

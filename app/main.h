@@ -29,7 +29,8 @@ extern std::atomic<bool> keepRunning;
 // is an engine, then clears keepRunning. Async-signal-safe.
 void consoleControlHandler();
 
-// The installation root from the registry's Pathname value; false when neither key can be read.
+// The installation root from the registry's Pathname value; false when neither key can be read,
+// or when the value is empty or a relative path.
 bool findFirmwareRoot(std::string& root);
 // The root in a Pathname value: everything ahead of the first "/App", or the whole value.
 std::string firmwareRootFromPathname(const std::string& pathname);

@@ -70,4 +70,27 @@ TEST_F(FindFirmwareRootTest, FirstKeyWinsAndItsMissingValueFails) {
     EXPECT_FALSE(findFirmwareRoot(root));
 }
 
+TEST_F(FindFirmwareRootTest, OnlyAnAbsolutePathnameNamesARoot) {
+    const struct {
+        const char* value;
+        bool found;
+        const char* root;
+    } cases[] = {
+        {"/srv/firm/App/Bin", true, "/srv/firm"},
+        {"/App/Bin", true, ""},  // the file system's root: the log goes to /Logs
+        {"", false, ""},
+        {"srv/firm/App/Bin", false, ""},
+        {"./App/Bin", false, ""},
+        {" /srv/firm", false, ""},
+    };
+    for (const auto& c : cases) {
+        setPathname("FirmwareAgent", c.value);
+        std::string root;
+        EXPECT_EQ(findFirmwareRoot(root), c.found) << "'" << c.value << "'";
+        if (c.found) {
+            EXPECT_EQ(root, c.root);
+        }
+    }
+}
+
 }  // namespace

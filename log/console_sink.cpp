@@ -3,6 +3,7 @@
 #include <string>
 
 #include "system/console/console.h"
+#include "system/console/standard_error.h"
 
 namespace ovtx::log::log_perf::v4 {
 
@@ -26,14 +27,16 @@ const char* colourOfLevel(int level) {
 
 }  // namespace
 
-ConsoleSink::ConsoleSink() : ConsoleSink(stderr, system::console::v1::standardErrorIsTerminal()) {}
+ConsoleSink::ConsoleSink()
+    : ConsoleSink(system::console::v1::standardErrorWriter(),
+                  system::console::v1::standardErrorIsTerminal()) {}
 
-ConsoleSink::ConsoleSink(std::FILE* stream, bool colours) : m_stream(stream), m_colours(colours) {}
+ConsoleSink::ConsoleSink(system::console::v1::NonBlockingWriter& output, bool colours)
+    : m_output(output), m_colours(colours) {}
 
 ConsoleSink::~ConsoleSink() {
     if (m_colours) {
-        std::fputs(kDefaultColour, m_stream);
-        std::fflush(m_stream);
+        m_output.write(kDefaultColour);
     }
 }
 
@@ -58,8 +61,7 @@ void ConsoleSink::Log(int level, const Timestamp* when, const char* text) {
     line += text;
     line += '\n';
     // One write per line, so that lines of other writers to the stream never cut into it.
-    std::fwrite(line.data(), 1, line.size(), m_stream);
-    std::fflush(m_stream);
+    m_output.write(line);
 }
 
 }  // namespace ovtx::log::log_perf::v4

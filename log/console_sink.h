@@ -4,15 +4,17 @@
 // (initially 3, so everything) are left out. On a terminal the line takes the colour of its level:
 // 0 bright red, 1 bright yellow, 2 the default colour, 3 bright green; the colour stays set until
 // the next line, and the destructor sets the default back. Off a terminal no escape codes appear.
+// Lines are written without waiting: when standard error is not being read (a full pipe), they are
+// dropped rather than holding up the logger (see system/console/standard_error.h).
 //
 //   ConsoleSink console;
 //   logger.AddSink(&console);
 #pragma once
 
-#include <cstdio>
 #include <mutex>
 
 #include "log/log_sink.h"
+#include "system/console/standard_error.h"
 
 namespace ovtx::log::log_perf::v4 {
 
@@ -20,8 +22,8 @@ class ConsoleSink : public ILogSink {
   public:
     // Writes to the standard error stream, with colours when it is a terminal.
     ConsoleSink();
-    // Writes to `stream`, with colours only if `colours` is set.
-    ConsoleSink(std::FILE* stream, bool colours);
+    // Writes to `output`, with colours only if `colours` is set.
+    ConsoleSink(system::console::v1::NonBlockingWriter& output, bool colours);
     ~ConsoleSink() override;
 
     ConsoleSink(const ConsoleSink&) = delete;
@@ -33,7 +35,7 @@ class ConsoleSink : public ILogSink {
     void SetThreshold(int threshold);
 
   private:
-    std::FILE* m_stream;
+    system::console::v1::NonBlockingWriter& m_output;
     bool m_colours;
     std::mutex m_mutex;
     int m_threshold = 3;

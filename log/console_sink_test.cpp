@@ -12,6 +12,7 @@ namespace {
 using ovtx::log::log_perf::v4::ConsoleSink;
 using ovtx::log::log_perf::v4::formatLogTime;
 using ovtx::log::log_perf::v4::Timestamp;
+using ovtx::system::console::v1::NonBlockingWriter;
 
 constexpr Timestamp kWhen{1795268123, 7};
 
@@ -32,11 +33,12 @@ class ConsoleSinkTest : public ::testing::Test {
     void SetUp() override { ASSERT_NE(m_stream, nullptr); }
     void TearDown() override { std::fclose(m_stream); }
     std::FILE* m_stream = std::tmpfile();
+    NonBlockingWriter m_output{fileno(m_stream)};
 };
 
 TEST_F(ConsoleSinkTest, NoTerminal_WritesTimeAndTextWithoutEscapes) {
     {
-        ConsoleSink sink(m_stream, false);
+        ConsoleSink sink(m_output, false);
         sink.Log(0, &kWhen, "API initialisation Failure");
     }
     EXPECT_EQ(contentOf(m_stream), formatLogTime(kWhen) + " API initialisation Failure\n");
@@ -50,7 +52,7 @@ TEST_F(ConsoleSinkTest, Terminal_ColoursEachLevelAndResetsAtTheEnd) {
     const Case cases[] = {{0, "\033[91m"}, {1, "\033[93m"}, {2, "\033[0m"}, {3, "\033[92m"}};
     std::string expected;
     {
-        ConsoleSink sink(m_stream, true);
+        ConsoleSink sink(m_output, true);
         for (const auto& c : cases) {
             sink.Log(c.level, &kWhen, "text");
             expected += std::string(c.colour) + formatLogTime(kWhen) + " text\n";
@@ -60,7 +62,7 @@ TEST_F(ConsoleSinkTest, Terminal_ColoursEachLevelAndResetsAtTheEnd) {
 }
 
 TEST_F(ConsoleSinkTest, Threshold_LeavesOutHigherLevels) {
-    ConsoleSink sink(m_stream, false);
+    ConsoleSink sink(m_output, false);
     sink.Log(4, &kWhen, "beyond the default");
     sink.SetThreshold(0);
     sink.Log(1, &kWhen, "warning");

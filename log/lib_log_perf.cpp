@@ -3,13 +3,17 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
+#include <string>
 #include <vector>
 
 #include "log/log_perf.h"
+#include "system/console/standard_error.h"
 
 namespace ovtx::log::log_perf::v4 {
 
 namespace {
+
+using system::console::v1::standardErrorWriter;
 
 // One line per message: line feeds become blanks, carriage returns go.
 std::string cleanText(const char* text) {
@@ -92,7 +96,7 @@ void LibLogPerf::run() {
             try {
                 ReportPerformance();
             } catch (const std::exception& e) {
-                std::fprintf(stderr, "Performance report failed: %s\n", e.what());
+                standardErrorWriter().write(std::string("Performance report failed: ") + e.what() + "\n");
             }
         }
     }
@@ -111,7 +115,7 @@ void LibLogPerf::dispatch(const LogMessage& message) {
         try {
             sink->Log(message.level, &message.timestamp, message.text.c_str());
         } catch (const std::exception& e) {
-            std::fprintf(stderr, "Log sink failed: %s\n", e.what());
+            standardErrorWriter().write(std::string("Log sink failed: ") + e.what() + "\n");
         }
     }
 }

@@ -3,15 +3,17 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
+#include <iostream>
+#include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
 namespace ovtx::log::log_perf::v4 {
 
 namespace {
-
-constexpr std::size_t kMinimumFields = 5;
 
 // std::stoll and std::stoi with the failure texts the log's readers know.
 std::int64_t toInt64(const std::string& text) {
@@ -40,23 +42,33 @@ int toInt(const std::string& text) {
     return static_cast<int>(value);
 }
 
-std::vector<std::string> splitFields(const std::string& line) {
-    std::vector<std::string> fields;
-    std::size_t start = 0;
-    while (true) {
-        const std::size_t end = line.find(';', start);
-        fields.push_back(line.substr(start, end - start));
-        if (end == std::string::npos) {
-            return fields;
+// A record line split at its first four ";": five fields, the last one the text, which may itself
+// hold ";". Nothing for a line with fewer fields.
+struct RecordFields {
+    std::string_view sequence, formattedTime, timeMs, level, text;
+};
+
+std::optional<RecordFields> splitRecord(std::string_view line) {
+    std::string_view fields[4];
+    for (std::string_view& field : fields) {
+        const std::size_t end = line.find(';');
+        if (end == std::string_view::npos) {
+            return std::nullopt;
         }
-        start = end + 1;
+        field = line.substr(0, end);
+        line.remove_prefix(end + 1);
     }
+    return RecordFields{fields[0], fields[1], fields[2], fields[3], line};
 }
 
-// Reads one line without its line end (LF, or CR LF as the file holds it).
-bool readLine(std::istream& in, std::string& line) {
+// Reads one line without its line end (LF, or CR LF as the file holds it); `consumed`, if given,
+// grows by the bytes the line took in the stream.
+bool readLine(std::istream& in, std::string& line, std::int64_t* consumed = nullptr) {
     if (!std::getline(in, line)) {
         return false;
+    }
+    if (consumed != nullptr) {
+        *consumed += static_cast<std::int64_t>(line.size()) + (in.eof() ? 0 : 1);
     }
     if (!line.empty() && line.back() == '\r') {
         line.pop_back();
@@ -64,16 +76,12 @@ bool readLine(std::istream& in, std::string& line) {
     return true;
 }
 
-HistoryEntry entryFromFields(const std::vector<std::string>& fields) {
+HistoryEntry entryFromRecord(const RecordFields& fields) {
     HistoryEntry entry;
-    entry.formattedTime = fields[1];
-    entry.timeMs = toInt64(fields[2]);
-    entry.level = toInt(fields[3]);
-    entry.text = fields[4];
-    for (std::size_t index = 5; index < fields.size(); ++index) {
-        entry.text += ';';
-        entry.text += fields[index];
-    }
+    entry.formattedTime = fields.formattedTime;
+    entry.timeMs = toInt64(std::string(fields.timeMs));
+    entry.level = toInt(std::string(fields.level));
+    entry.text = fields.text;
     return entry;
 }
 
@@ -97,6 +105,59 @@ std::int64_t readWritePosition(const std::string& path) {
         position = LogFileSink::kFirstRecordPosition;
     }
     return position;
+}
+
+void createEmptyFile(const std::string& path) {
+    std::ofstream(path, std::ios::binary) << headerLine(0);
+}
+
+std::string readRange(std::ifstream& in, std::int64_t from, std::int64_t to) {
+    std::string bytes(static_cast<std::size_t>(std::max<std::int64_t>(0, to - from)), '\0');
+    in.clear();
+    in.seekg(from);
+    in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<std::size_t>(std::max<std::streamsize>(0, in.gcount())));
+    return bytes;
+}
+
+// The newest lines of a ring file, at most `keep` bytes of them, oldest first: the bytes before the
+// write position, and when they are too few, the end of the file before them. The first line of
+// what is read may be cut and is left out.
+std::string newestLines(const std::string& path, std::int64_t position, std::int64_t size,
+                        std::int64_t keep) {
+    std::ifstream in(path, std::ios::binary);
+    const std::int64_t fromHead = std::min(keep, position - LogFileSink::kFirstRecordPosition);
+    const std::int64_t fromTail = std::min(keep - fromHead, size - position);
+    std::string lines = readRange(in, size - fromTail, size) + readRange(in, position - fromHead, position);
+    const std::size_t firstLineEnd = lines.find('\n');
+    lines.erase(0, firstLineEnd == std::string::npos ? lines.size() : firstLineEnd + 1);
+    return lines;
+}
+
+// "20261123T152612Z"
+std::string utcStamp() {
+    const std::time_t now = std::time(nullptr);
+    std::tm parts{};
+    gmtime_r(&now, &parts);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y%m%dT%H%M%SZ", &parts);
+    return text;
+}
+
+// Renames `path` to "<path>.<kind>-<UTC time>", with "-2", "-3" ... where that name is taken.
+std::string moveAside(const std::string& path, const std::string& kind) {
+    const std::string base = path + "." + kind + "-" + utcStamp();
+    std::string aside = base;
+    for (int attempt = 2; std::filesystem::exists(aside); ++attempt) {
+        aside = base + "-" + std::to_string(attempt);
+    }
+    std::error_code error;
+    std::filesystem::rename(path, aside, error);
+    if (error) {
+        throw std::runtime_error("Log file " + path + " could not be moved to " + aside + ": " +
+                                 error.message());
+    }
+    return aside;
 }
 
 }  // namespace
@@ -170,10 +231,22 @@ void LogFileSink::SetFile(const std::string& path) {
         return;
     }
     if (!std::filesystem::exists(path)) {
-        std::ofstream(path, std::ios::binary) << headerLine(0);
+        createEmptyFile(path);
     }
-    const std::int64_t position = readWritePosition(path);
-    rebuildHistory(path, position);
+    std::vector<std::string> notices;
+    if (m_fileSizeLimit != 0) {
+        if (std::string notice = replaceOversizeFile(path); !notice.empty()) {
+            notices.push_back(std::move(notice));
+        }
+    }
+    std::int64_t position = readWritePosition(path);
+    try {
+        rebuildHistory(path, position);
+    } catch (const std::logic_error& e) {  // a number field that is no number, or out of range
+        notices.push_back(replaceUnreadableFile(path, e.what()));
+        position = kFirstRecordPosition;
+        rebuildHistory(path, position);
+    }
 
     m_stream.clear();
     m_stream.open(path, std::ios::in | std::ios::out | std::ios::binary);
@@ -181,6 +254,41 @@ void LogFileSink::SetFile(const std::string& path) {
         throw std::ios_base::failure("cannot open " + path, std::error_code(errno, std::generic_category()));
     }
     m_stream.seekp(position);
+    for (const std::string& notice : notices) {
+        report(notice);
+    }
+}
+
+std::string LogFileSink::replaceOversizeFile(const std::string& path) {
+    std::error_code error;
+    const auto size = static_cast<std::int64_t>(std::filesystem::file_size(path, error));
+    if (error || size <= static_cast<std::int64_t>(m_fileSizeLimit) + kLimitAllowance) {
+        return {};
+    }
+    const std::string kept = newestLines(path, readWritePosition(path), size, m_fileSizeLimit / 2);
+    const std::string aside = moveAside(path, "oversize");
+    std::ofstream(path, std::ios::binary)
+        << headerLine(static_cast<std::uint32_t>(kFirstRecordPosition + kept.size())) << kept;
+    return "Log file " + path + " held " + std::to_string(size) + " bytes, over its limit of " +
+           std::to_string(m_fileSizeLimit) + ": moved it to " + aside + " and kept its newest lines";
+}
+
+std::string LogFileSink::replaceUnreadableFile(const std::string& path, const std::string& reason) {
+    const std::string aside = moveAside(path, "corrupt");
+    createEmptyFile(path);
+    return "Log file " + path + " could not be read (" + reason + "): moved it to " + aside +
+           " and started a new one";
+}
+
+// The notice goes into the new file, at level 1, and to the notice handler.
+void LogFileSink::report(const std::string& notice) {
+    const Timestamp now = currentTimestamp();
+    Log(1, &now, notice.c_str());
+    if (m_noticeHandler) {
+        m_noticeHandler(notice);
+    } else {
+        std::cerr << notice << std::endl;
+    }
 }
 
 // The file is a ring whose oldest lines start at the write position: read from there to the end,
@@ -193,24 +301,23 @@ void LogFileSink::rebuildHistory(const std::string& path, std::int64_t writePosi
     std::ifstream tail(path, std::ios::binary);
     tail.seekg(writePosition);
     while (readLine(tail, line)) {
-        const auto fields = splitFields(line);
-        if (fields.size() >= kMinimumFields) {
-            m_nextSequence = toInt64(fields[0]);
+        if (const auto fields = splitRecord(line)) {
+            m_nextSequence = toInt64(std::string(fields->sequence));
             break;
         }
     }
     while (readLine(tail, line)) {
-        const auto fields = splitFields(line);
-        if (fields.size() >= kMinimumFields) {
-            m_history.insert(m_nextSequence++, entryFromFields(fields));
+        if (const auto fields = splitRecord(line)) {
+            m_history.insert(m_nextSequence++, entryFromRecord(*fields));
         }
     }
+    // The read position is counted rather than asked for: asking costs a system call a line.
     std::ifstream head(path, std::ios::binary);
-    readLine(head, line);
-    while (head.tellg() >= 0 && head.tellg() < writePosition && readLine(head, line)) {
-        const auto fields = splitFields(line);
-        if (fields.size() >= kMinimumFields) {
-            m_history.insert(m_nextSequence++, entryFromFields(fields));
+    std::int64_t position = 0;
+    readLine(head, line, &position);
+    while (position < writePosition && readLine(head, line, &position)) {
+        if (const auto fields = splitRecord(line)) {
+            m_history.insert(m_nextSequence++, entryFromRecord(*fields));
         }
     }
 }

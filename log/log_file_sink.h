@@ -12,7 +12,15 @@
 // is opened again, the history is rebuilt from it, oldest line first; an unwrapped file is
 // numbered afresh from 0, a wrapped one from the number found at its write position.
 //
+// A file never keeps the sink from starting. One whose records can't be read (a number field that
+// is no number) is moved aside as "<name>.corrupt-<UTC time>" and a new file is started. With a
+// size limit, a file far over it (written without the limit, or under a larger one) is moved aside
+// as "<name>.oversize-<UTC time>" and the new file starts with its newest lines, half the limit's
+// worth, so that opening reads at most about the limit. Either way the sink says so, naming both
+// files, in the new file (level 1) and to its notice handler (standard error by default).
+//
 //   LogFileSink file(50000);
+//   file.SetFileSizeLimit(kDaemonLogFileSizeLimit);
 //   file.SetFile(root + "/Logs/sdi_tap.0.log");
 //   logger.AddSink(&file);
 //   auto newest = file.GetEntries(-10, -1);
@@ -20,6 +28,7 @@
 
 #include <cstdint>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -29,6 +38,10 @@
 #include "log/log_sink.h"
 
 namespace ovtx::log::log_perf::v4 {
+
+// The size limit of the daemon's log file: 8 MiB hold the 50000 lines of its history with texts of
+// up to about 110 bytes, and open in well under a second.
+inline constexpr std::uint32_t kDaemonLogFileSizeLimit = 8 * 1024 * 1024;
 
 // Recent lines by sequence number, at most `limit` of them: the oldest make room for new ones.
 class LogHistory {
@@ -50,6 +63,9 @@ class LogFileSink : public ILogSink, public ILogRetriever {
   public:
     // The first record position: the header line's length.
     static constexpr std::int64_t kFirstRecordPosition = 12;
+    // How far a file may pass its size limit before it counts as over it: a wrapped file keeps the
+    // record that passed the limit at its end, and a record is at most about 1100 bytes.
+    static constexpr std::int64_t kLimitAllowance = 4096;
 
     // No file is open until SetFile; `historyLimit` lines are remembered.
     explicit LogFileSink(std::size_t historyLimit);
@@ -59,9 +75,9 @@ class LogFileSink : public ILogSink, public ILogRetriever {
 
     // Opens `path` (creating it with an empty header when missing), rebuilds the history from it
     // and positions writing at its header's position. Does nothing if `path` is open already and
-    // the stream is good; an empty path closes the file. Throws std::ios_base::failure when the
-    // file cannot be opened, and std::invalid_argument / std::out_of_range ("invalid stoll
-    // argument", "stoi argument out of range" ...) for a record whose numbers cannot be read.
+    // the stream is good; an empty path closes the file. A file that can't be read or is far over
+    // the size limit is moved aside (see above). Throws std::ios_base::failure when the file
+    // cannot be opened, and std::runtime_error when a file to be moved aside can't be.
     void SetFile(const std::string& path);
 
     // Writes one record if the level is not above the threshold, and remembers it. A stream that
@@ -77,10 +93,21 @@ class LogFileSink : public ILogSink, public ILogRetriever {
     void SetThreshold(int threshold);
     // A limit of 0 (the default) lets the file grow; otherwise writing wraps to the first record
     // once the write position has passed the limit.
+    // Set it before SetFile, so that a file far over the limit is handled when it is opened.
     void SetFileSizeLimit(std::uint32_t limit) { m_fileSizeLimit = limit; }
+
+    // Receives each notice of a file moved aside; the default writes it as a line to std::cerr.
+    void SetNoticeHandler(std::function<void(const std::string&)> handler) {
+        m_noticeHandler = std::move(handler);
+    }
 
   private:
     void rebuildHistory(const std::string& path, std::int64_t writePosition);
+    // Both move the file aside, start a new one and give the notice; the first gives nothing for a
+    // file within the limit.
+    std::string replaceOversizeFile(const std::string& path);
+    std::string replaceUnreadableFile(const std::string& path, const std::string& reason);
+    void report(const std::string& notice);
     void writeHeader();
 
     std::mutex m_mutex;  // guards the threshold and the file name
@@ -90,6 +117,7 @@ class LogFileSink : public ILogSink, public ILogRetriever {
     std::fstream m_stream;
     std::int64_t m_nextSequence = 0;
     LogHistory m_history;
+    std::function<void(const std::string&)> m_noticeHandler;
 };
 
 }  // namespace ovtx::log::log_perf::v4

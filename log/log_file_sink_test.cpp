@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -155,8 +156,11 @@ TEST_F(LogFileSinkTest, SizeLimit_WrapsTheFileAndARestartKeepsTheWritingOrder) {
     EXPECT_NE(bytes.find("record 137"), std::string::npos);
     EXPECT_EQ(bytes.find("record 100"), std::string::npos);
 
+    // A wrapped file stays within the limit and its allowance: a restart takes it as it is.
     LogFileSink restarted(50000);
+    restarted.SetFileSizeLimit(kLimit);
     restarted.SetFile(m_path.string());
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(m_directory), {}), 1);
     const auto entries = restarted.GetEntries(0, -1);
     ASSERT_GE(entries.size(), 5u);
     EXPECT_EQ(entries.back().second.text, "record 139");
@@ -179,27 +183,85 @@ TEST_F(LogFileSinkTest, HeaderPositionOutsideTheFile_CountsAsFirstRecord) {
     }
 }
 
-TEST_F(LogFileSinkTest, UnreadableNumber_FailsTheRebuildWithItsText) {
+TEST_F(LogFileSinkTest, UnreadableFile_IsMovedAsideAndANewOneSaysSo) {
     struct Case {
         std::string line;
-        std::string expected;
+        std::string reason;
     };
     const Case cases[] = {
         {"0;t;abc;2;text\r\n", "invalid stoll argument"},
         {"0;t;1;x;text\r\n", "invalid stoi argument"},
         {"0;t;1;99999999999;text\r\n", "stoi argument out of range"},
         {"0;t;99999999999999999999;2;text\r\n", "stoll argument out of range"},
+        {"\x01\xff\x7f;\x02;\x03;\x04;\x05\n\x06", "invalid stoll argument"},
     };
+    std::set<std::string> asides;
     for (const auto& c : cases) {
-        writeBytes(m_path, header(12 + c.line.size()) + c.line);
+        const std::string corrupt = header(12 + c.line.size()) + c.line;
+        writeBytes(m_path, corrupt);
         LogFileSink sink(50000);
-        try {
-            sink.SetFile(m_path.string());
-            ADD_FAILURE() << "no failure for " << c.line;
-        } catch (const std::logic_error& e) {
-            EXPECT_EQ(e.what(), c.expected);
-        }
+        std::vector<std::string> notices;
+        sink.SetNoticeHandler([&](const std::string& notice) { notices.push_back(notice); });
+        sink.SetFile(m_path.string());
+
+        const std::string prefix = "Log file " + m_path.string() + " could not be read (" + c.reason +
+                                   "): moved it to " + m_path.string() + ".corrupt-";
+        ASSERT_EQ(notices.size(), 1u) << c.reason;
+        EXPECT_EQ(notices[0].rfind(prefix, 0), 0u) << notices[0];
+        EXPECT_TRUE(notices[0].ends_with(" and started a new one")) << notices[0];
+        const std::string aside =
+            notices[0].substr(notices[0].find(" moved it to ") + 13,
+                              notices[0].find(" and started") - notices[0].find(" moved it to ") - 13);
+        EXPECT_EQ(readBytes(aside), corrupt);
+        asides.insert(aside);
+        EXPECT_EQ(textsOf(sink.GetEntries(0, -1)), (std::vector<std::string>{"0:" + notices[0]}));
+
+        sink.Log(2, &kWhen, "after");
+        const auto lines = ovtx::log::log_perf::v4::testing::readLogFile(m_path.string());
+        ASSERT_EQ(lines.size(), 2u);
+        EXPECT_EQ(lines[0].level, 1);
+        EXPECT_EQ(lines[0].text, notices[0]);
+        EXPECT_EQ(lines[1].text, "after");
     }
+    // Files moved aside within the same second keep distinct names.
+    EXPECT_EQ(asides.size(), std::size(cases));
+}
+
+TEST_F(LogFileSinkTest, FileFarOverTheLimit_IsMovedAsideAndItsNewestLinesKept) {
+    constexpr std::uint32_t kLimit = 2000;
+    std::string records;
+    for (int index = 0; index < 200; ++index) {
+        records += record(index, 2, "record " + std::to_string(1000 + index));
+    }
+    const std::string original = header(12 + records.size()) + records;
+    writeBytes(m_path, original);
+
+    LogFileSink sink(50000);
+    sink.SetFileSizeLimit(kLimit);
+    std::vector<std::string> notices;
+    sink.SetNoticeHandler([&](const std::string& notice) { notices.push_back(notice); });
+    sink.SetFile(m_path.string());
+
+    ASSERT_EQ(notices.size(), 1u);
+    const std::string prefix = "Log file " + m_path.string() + " held " + std::to_string(original.size()) +
+                               " bytes, over its limit of 2000: moved it to " + m_path.string() +
+                               ".oversize-";
+    EXPECT_EQ(notices[0].rfind(prefix, 0), 0u) << notices[0];
+    const std::size_t asideAt = notices[0].find(" moved it to ") + 13;
+    EXPECT_EQ(readBytes(notices[0].substr(asideAt, notices[0].find(" and kept") - asideAt)), original);
+
+    // The newest records, half the limit's worth, then the notice.
+    const auto entries = sink.GetEntries(0, -1);
+    const std::size_t oneRecord = record(199, 2, "record 1199").size();
+    ASSERT_EQ(entries.size(), kLimit / 2 / oneRecord + 1);
+    EXPECT_EQ(entries[entries.size() - 2].second.text, "record 1199");
+    EXPECT_EQ(entries.back().second.text, notices[0]);
+    EXPECT_LE(std::filesystem::file_size(m_path), 12 + kLimit / 2 + oneRecord + notices[0].size() + 60);
+
+    for (int index = 0; index < 100; ++index) {
+        sink.Log(2, &kWhen, "more");
+    }
+    EXPECT_LE(std::filesystem::file_size(m_path), kLimit + LogFileSink::kLimitAllowance);
 }
 
 TEST_F(LogFileSinkTest, Reader_GivesTheLinesOfAFinishedFileAndCreatesNone) {

@@ -7,11 +7,13 @@
 #include <thread>
 
 #include "pattern/caption_source.h"
+#include "pattern/frame_counter.h"
 #include "pattern/frame_pacer.h"
 #include "pattern/pattern_channels.h"
 #include "pattern/pattern_format.h"
 #include "pattern/pattern_frames.h"
 #include "simulcast/capture_records.h"
+#include "system/console/console.h"
 #include "system/ipc/generic_shared_memory.h"
 #include "system/ipc/named_objects.h"
 
@@ -91,13 +93,16 @@ void PatternLoop(const std::string& portName, int videoFormat, int bitDepth,
 
     LoopEnvironment environment(stopEvent, keepRunning);
     FramePacer pacer(format.period, environment);
+    const FrameCounter counter(format.period, ovtx::system::console::v1::standardErrorIsTerminal());
 
     pacer.run([&](std::int64_t f) {
         channels.publishFrame(*frames, f);
         clockBlock.lock();
         clock->clock = frames->startTime(f);
         clockBlock.unlock();
-        std::cerr << "\rGenerated frame #" << f << std::flush;
+        if (const std::string text = counter.textAfterFrame(f); !text.empty()) {
+            std::cerr << text << std::flush;
+        }
     });
 
     stopEvent.close();

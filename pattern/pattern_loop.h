@@ -10,7 +10,8 @@
 //   PatternLoop("0", 3, 8, parameters.audioSampling, logger, keepRunning);  // 1080p25, 8 bits
 //
 // Set-up writes "Switched to beep stub mode", "Resolution: ..." and "Framerate: ..." to the
-// standard error stream, then "\rGenerated frame #<n>" for every frame. When a channel can't be
+// standard error stream, then the frame counter (frame_counter.h): "\rGenerated frame #<n>" for
+// every frame on a terminal, a line a minute elsewhere. When a channel can't be
 // opened it writes "Could not open simulcast", closes what it opened and returns normally, so that
 // the program ends with exit code 0. A shared block that can't be created throws
 // std::runtime_error (from GenericSharedMemory).

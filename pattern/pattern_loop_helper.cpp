@@ -2,13 +2,12 @@
 //
 //   pattern_loop_helper <portName> <videoFormat> <bitDepth> <stderrFile> [sampling code of pair 0 ...]
 //
-// SIGINT and SIGTERM clear the run flag, as the daemon's console handler does. What the loop
-// writes to the standard error stream goes to <stderrFile>.
+// SIGINT and SIGTERM clear the run flag, as the daemon's console handler does. The standard error
+// stream goes to <stderrFile>, a file and no terminal, so the frame counter writes a line a minute.
 #include <array>
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
-#include <fstream>
 #include <iostream>
 #include <string>
 
@@ -48,12 +47,13 @@ int main(int argc, char** argv) {
     for (int i = 5; i < argc && i - 5 < 8; ++i) {
         sampling[static_cast<std::size_t>(i - 5)] = static_cast<std::uint32_t>(std::stoul(argv[i]));
     }
-    std::ofstream errors(argv[4]);
-    std::streambuf* original = std::cerr.rdbuf(errors.rdbuf());
+    if (std::freopen(argv[4], "w", stderr) == nullptr) {
+        std::cerr << "cannot write " << argv[4] << std::endl;
+        return 2;
+    }
     ovtx::system::process::v1::setConsoleControlHandler(clearKeepRunning);
     StandardErrorLogger logger;
     ovtx::pattern::pattern_source::v1::PatternLoop(argv[1], std::stoi(argv[2]), std::stoi(argv[3]), sampling,
                                                    logger, keepRunning);
-    std::cerr.rdbuf(original);
     return 0;
 }

@@ -188,7 +188,9 @@ TEST_F(PatternLoopTest, FollowedRun_IsContinuousAndStopsByTheNamedEvent) {
     const std::string text = errors();
     EXPECT_EQ(text.rfind("Switched to beep stub mode\nResolution: 720x576\nFramerate: 25 fps\n", 0), 0u)
         << text;
-    EXPECT_NE(text.find("\rGenerated frame #10\rGenerated frame #11"), std::string::npos);
+    // Off a terminal the counter writes a line for the first frame of each minute only.
+    EXPECT_NE(text.find("Generated frame #0\n"), std::string::npos) << text;
+    EXPECT_EQ(text.find("Generated frame #1\n"), std::string::npos) << text;
 
     stop.close();
     readers.reset();
