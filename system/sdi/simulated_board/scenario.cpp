@@ -542,8 +542,7 @@ bool isOperationName(const std::string& name) {
 
 Scenario parseScenario(const std::string& json, const std::string& origin) {
     Json::CharReaderBuilder builder;
-    builder["rejectDupKeys"] = true;
-    builder["allowComments"] = false;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
     Json::Value root;
     std::string errors;
     std::istringstream input(json);

@@ -123,11 +123,36 @@ struct SimulatedBoard::Slot {
     std::optional<std::map<std::int32_t, std::vector<Packet>>> anc;
 };
 
-SimulatedBoard::SimulatedBoard(Scenario scenario)
+namespace {
+
+// Real time since the board was made, sped up by the scenario's factor.
+class SpeedClock final : public BoardClock {
+  public:
+    explicit SpeedClock(double speed) : m_speed(speed), m_start(std::chrono::steady_clock::now()) {}
+    std::int64_t nowNs() override {
+        const auto wall = std::chrono::steady_clock::now() - m_start;
+        return static_cast<std::int64_t>(
+            static_cast<double>(std::chrono::duration_cast<std::chrono::nanoseconds>(wall).count()) *
+            m_speed);
+    }
+    void sleepFor(std::int64_t nanoseconds) override {
+        std::this_thread::sleep_for(std::chrono::nanoseconds(
+            static_cast<std::int64_t>(std::ceil(static_cast<double>(nanoseconds) / m_speed))));
+    }
+
+  private:
+    double m_speed;
+    std::chrono::steady_clock::time_point m_start;
+};
+
+}  // namespace
+
+SimulatedBoard::SimulatedBoard(Scenario scenario, std::unique_ptr<BoardClock> clock)
     : m_scenario(std::move(scenario)),
-      m_powerOn(std::chrono::steady_clock::now()),
-      m_powerOnMicroseconds(
-          std::chrono::duration_cast<std::chrono::microseconds>(m_powerOn.time_since_epoch()).count()) {
+      m_clock(clock ? std::move(clock) : std::make_unique<SpeedClock>(m_scenario.speed)),
+      m_powerOnMicroseconds(std::chrono::duration_cast<std::chrono::microseconds>(
+                                std::chrono::steady_clock::now().time_since_epoch())
+                                .count()) {
     for (std::int32_t number = 0; number < m_scenario.board.numRxChannels; ++number) {
         auto port = std::make_unique<Port>();
         port->number = static_cast<std::uint32_t>(number);
@@ -173,15 +198,12 @@ std::string SimulatedBoard::claimName(std::uint64_t serial, std::uint32_t port) 
 }
 
 std::int64_t SimulatedBoard::nowNs() const {
-    const auto wall =
-        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - m_powerOn);
-    return static_cast<std::int64_t>(static_cast<double>(wall.count()) * m_scenario.speed);
+    return m_clock->nowNs();
 }
 
 void SimulatedBoard::sleepSimulated(std::int64_t nanoseconds, std::unique_lock<std::mutex>& lock) const {
     lock.unlock();
-    std::this_thread::sleep_for(std::chrono::nanoseconds(
-        static_cast<std::int64_t>(std::ceil(static_cast<double>(nanoseconds) / m_scenario.speed))));
+    m_clock->sleepFor(nanoseconds);
     lock.lock();
 }
 

@@ -33,11 +33,20 @@
 
 namespace ovtx::system::sdi::simulated_board::v1 {
 
+// The board's time line in simulated nanoseconds since it was made: by default real time sped
+// up by the scenario's factor; tests give their own.
+class BoardClock {
+  public:
+    virtual ~BoardClock() = default;
+    virtual std::int64_t nowNs() = 0;
+    virtual void sleepFor(std::int64_t nanoseconds) = 0;
+};
+
 class SimulatedBoard final : public deltacast_io::v1::DeviceApi {
   public:
     using DeviceHandle = deltacast_io::v1::DeviceHandle;
 
-    explicit SimulatedBoard(Scenario scenario);
+    explicit SimulatedBoard(Scenario scenario, std::unique_ptr<BoardClock> clock = nullptr);
     ~SimulatedBoard() override;
 
     // The machine-wide name under which a process holds the stream of `port` of the board with
@@ -97,7 +106,7 @@ class SimulatedBoard final : public deltacast_io::v1::DeviceApi {
     void buildVbi(Slot& slot);
 
     Scenario m_scenario;
-    std::chrono::steady_clock::time_point m_powerOn;
+    std::unique_ptr<BoardClock> m_clock;
     std::int64_t m_powerOnMicroseconds;
     std::vector<std::unique_ptr<Port>> m_ports;  // one per input of the board
     std::map<DeviceHandle, std::unique_ptr<Stream>> m_streams;
