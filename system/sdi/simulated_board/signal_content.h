@@ -58,7 +58,7 @@ class PictureRenderer {
 };
 
 // Samples of a pair in input frame `frameInSegment` of a stretch at `shape`'s rate: the cadence a
-// real embedder gives (1602, 1601, 1602, 1601, 1602 at 48 kHz and 29.97).
+// real embedder gives (1601, 1602, 1601, 1602, 1602 at 48 kHz and 29.97).
 std::uint32_t samplesInFrame(std::uint32_t rate, const FrameShape& shape, std::int64_t frameInSegment);
 
 // Fills the audio description of a slot: for each pair its status and its samples (16-bit stereo)
