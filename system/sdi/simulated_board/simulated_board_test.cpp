@@ -29,12 +29,20 @@ class StepClock final : public BoardClock {
     std::int64_t m_now = 0;
 };
 
-// A board with `port` as the JSON of port 0, on the step clock, and a stream on that port set
-// to `standard`.
+// A serial of this test process alone: boards of the same serial share their ports' claims
+// machine-wide, and other test processes run at the same time.
+std::string uniqueSerial() {
+    return R"("serial": "0x5E1)" + std::to_string(ovtx::system::process::v1::currentProcessId()) + R"(")";
+}
+
+// A board with `port` as the JSON of port 0 and `board` as its board keys, on the step clock, and
+// a stream on that port set to `standard`.
 struct RunningPort {
     RunningPort(const std::string& port, std::uint32_t standard,
-                const std::string& board = R"({"rx": 2, "tx": 2})")
-        : board(parseScenario(R"({"board": )" + board + R"(, "ports": {"0": )" + port + "}}", "test"),
+                const std::string& board = R"("rx": 2, "tx": 2)")
+        : board(parseScenario(
+                    R"({"board": {)" + board + ", " + uniqueSerial() + R"(}, "ports": {"0": )" + port + "}}",
+                    "test"),
                 std::make_unique<StepClock>()) {
         handle = device::openBoard(this->board, 0);
         stream = device::openStream(this->board, handle, device::kPortNumbers[0].streamType);
@@ -95,8 +103,8 @@ TEST(SimulatedBoardTest, SlotsArePacedByTheInputClock_GapsAndDropsShowInTimesAnd
 // At a high speed factor on the real clock: slots keep the input's frame period in their times,
 // and a port without signal answers 22 once the timeout is up.
 TEST(SimulatedBoardTest, HighSpeedFactor_KeepsFramePeriodAndTimeout) {
-    SimulatedBoard board(parseScenario(R"({"speed": 100, "ports": {"0": {"signal": [{"format": 4}]},
-        "1": {"signal": [{"noSignal": true}]}}})",
+    SimulatedBoard board(parseScenario(R"({"speed": 100, "board": {)" + uniqueSerial() + R"(},
+        "ports": {"0": {"signal": [{"format": 4}]}, "1": {"signal": [{"noSignal": true}]}}})",
                                        "test"));
     const DeviceHandle handle = device::openBoard(board, 0);
     const DeviceHandle stream = device::openStream(board, handle, 0);
@@ -246,7 +254,7 @@ TEST(SimulatedBoardTest, HdAncillaryData_CarriesCaptionsTeletextAndRawPackets) {
 // 525 lines arrive field after field with the board's blank lines: 3 before the first field and 4
 // before the second.
 TEST(SimulatedBoardTest, NtscPackedBuffer_HasTheBoardsLineOffsets) {
-    RunningPort port(R"({"signal": [{"format": 2}]})", 7, R"({"type": 0, "rx": 2, "tx": 2})");
+    RunningPort port(R"({"signal": [{"format": 2}]})", 7, R"("type": 0, "rx": 2, "tx": 2)");
     EXPECT_EQ(
         port.board.setStreamProperty(port.stream, device::kStreamBufferPacking, device::kPackingPlanar8Bit),
         device::kDeviceBadArgument);
@@ -264,7 +272,7 @@ TEST(SimulatedBoardTest, NtscPackedBuffer_HasTheBoardsLineOffsets) {
 }
 
 TEST(SimulatedBoardTest, PlanarBoard_GivesPlanesFieldAfterField) {
-    RunningPort port(R"({"signal": [{"format": 5}]})", 2, R"({"type": 6, "rx": 4, "tx": 4})");
+    RunningPort port(R"({"signal": [{"format": 5}]})", 2, R"("type": 6, "rx": 4, "tx": 4)");
     EXPECT_EQ(
         port.board.setStreamProperty(port.stream, device::kStreamBufferPacking, device::kPackingPlanar10Bit),
         0u);
