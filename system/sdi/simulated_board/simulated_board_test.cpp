@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <numeric>
@@ -139,6 +140,53 @@ TEST(SimulatedBoardTest, NoSlotOfTheStreamsStandard_LockTimesOutWith22) {
         DeviceHandle slot = device::kNoHandle;
         EXPECT_EQ(port.board.lockSlotHandle(port.stream, slot), device::kDeviceTimeout) << signal;
     }
+}
+
+// The cable out for 10 frames: the port reports no signal and no slot comes, then slots resume
+// with a time that tells how long the input was gone.
+TEST(SimulatedBoardTest, CablePulledAndPutBack_SlotsStopAndResume) {
+    RunningPort port(
+        R"({"signal": [{"format": 3, "frames": 5}, {"noSignal": true, "frames": 10}, {"format": 3}]})", 0);
+    port.start();
+    std::uint64_t before = 0;
+    for (int i = 0; i < 4; ++i) {  // frames 1 to 4
+        const DeviceHandle slot = port.lock();
+        before = port.time(slot);
+        port.board.unlockSlotHandle(slot);
+    }
+    DeviceHandle slot = device::kNoHandle;
+    std::uint32_t value = 0;
+    EXPECT_EQ(port.board.lockSlotHandle(port.stream, slot), device::kDeviceTimeout);
+    EXPECT_EQ(port.board.getBoardProperty(port.handle, device::kPortNumbers[0].standardProperty, value),
+              device::kDeviceBadInputSignal);
+    while (port.board.lockSlotHandle(port.stream, slot) == device::kDeviceTimeout) {
+    }
+    EXPECT_EQ(port.time(slot) - before, 11u * 40000);  // frame 15 after frame 4
+    EXPECT_EQ(port.board.getBoardProperty(port.handle, device::kPortNumbers[0].standardProperty, value), 0u);
+    EXPECT_EQ(port.property(device::kStreamSlotsDropped), 0u);
+}
+
+// Drop-frame timecode skips frame numbers 0 and 1 at each minute but every tenth.
+TEST(SimulatedBoardTest, DropFrameTimecode_SkipsTheDroppedNumbers) {
+    RunningPort port(R"({"signal": [{"format": 4}],
+        "timecode": {"start": "00:00:59:27", "dropFrame": true, "missing": [{"at": 5}]}})",
+                     1);
+    port.start();
+    std::vector<std::string> timecodes;
+    for (int i = 0; i < 5; ++i) {  // frames 1 to 5
+        const DeviceHandle slot = port.lock();
+        device::TimecodeRecord record;
+        record.source = 3;
+        record.line = 16;
+        const std::uint32_t code = port.board.slotExtractTimecode(slot, record);
+        char text[16];
+        std::snprintf(text, sizeof text, "%02d:%02d:%02d:%02d", record.hours, record.minutes, record.seconds,
+                      record.frames);
+        timecodes.push_back(code == 0 ? text : "code " + std::to_string(code));
+        port.board.unlockSlotHandle(slot);
+    }
+    EXPECT_EQ(timecodes, (std::vector<std::string>{"00:00:59:28", "00:00:59:29", "00:01:00:02", "00:01:00:03",
+                                                   "code 5"}));
 }
 
 TEST(SimulatedBoardTest, BoardProperties_TellThePortsSignal) {
