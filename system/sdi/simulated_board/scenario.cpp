@@ -27,7 +27,7 @@ const std::set<std::string, std::less<>> kOperationNames{
     "VHD_StopStream",          "VHD_SetStreamProperty",   "VHD_GetStreamProperty", "VHD_VbiSetCaptureLines",
     "VHD_LockSlotHandle",      "VHD_UnlockSlotHandle",    "VHD_GetSlotBuffer",     "VHD_GetSlotSystemTime",
     "VHD_SlotExtractTimecode", "VHD_SlotAncGetNbPackets", "VHD_SlotAncGetPacket",  "VHD_SlotVbiGetLine",
-    "VHD_SlotExtractAudio",    "VHD_VbiDigitalize"};
+    "VHD_SlotExtractAudio"};
 // Operations that no port or frame narrows down.
 const std::set<std::string, std::less<>> kBoardOperationNames{"VHD_GetApiInfo", "VHD_GetBoardInfoEx",
                                                               "VHD_OpenBoardHandle", "VHD_CloseBoardHandle"};

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <set>
 #include <string_view>
 
 #include "encoding/sdi/sdi_common.h"
@@ -25,6 +26,7 @@ constexpr std::size_t kV210GroupBytes = 128;
 constexpr std::uint32_t kV210Grey = 0x20080200;  // three 10-bit samples of 512
 constexpr int kCaptionRow = 15;
 constexpr std::size_t kCaptionColumns = 32;
+constexpr int kClosingPage = 0xFF;
 
 struct YCbCr {
     std::uint8_t y;
@@ -330,6 +332,18 @@ std::vector<cc::TeletextPacket> teletextPackets(const TeletextSpec& teletext, st
         for (const auto& [row, text] : page.rows) {
             all.push_back(cc::displayRowPacket(page.magazine, row, text));
         }
+    }
+    // A header of page xFF closes the transmission of each magazine's page at once, so that a
+    // decoder shows it without waiting for the next frame.
+    std::set<int> magazines;
+    for (const TeletextPageSpec& page : teletext.pages) {
+        magazines.insert(page.magazine);
+    }
+    for (const int magazine : magazines) {
+        cc::TeletextPageHeader header;
+        header.magazine = magazine;
+        header.page = kClosingPage;
+        all.push_back(cc::pageHeaderPacket(header));
     }
     if (teletext.initialPage) {
         all.push_back(initialPagePacket(*teletext.initialPage));

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <numeric>
 
+#include "pattern/zvbi_test_decoder.h"
 #include "system/process/piped_child.h"
 #include "system/sdi/simulated_board/device_choice.h"
 #include "testing/files.h"
@@ -16,6 +17,7 @@ namespace {
 using namespace ovtx::system::sdi::simulated_board::v1;
 namespace device = ovtx::system::sdi::deltacast_io::v1;
 using device::DeviceHandle;
+using ovtx::pattern::pattern_source::v1::ZvbiTestDecoder;
 using ovtx::system::process::v1::PipedChild;
 using ovtx::system::process::v1::SpawnOptions;
 
@@ -269,6 +271,60 @@ TEST(SimulatedBoardTest, PalBlankingLines_SliceThroughTheBoard) {
     ASSERT_EQ(port.board.vbiDigitalize(line, size, false, device::kTeletextBitRate, teletext, bits), 0u);
     EXPECT_EQ(std::vector<std::uint8_t>(teletext, teletext + 3),
               (std::vector<std::uint8_t>{0xAA, 0xAA, 0xE4}));
+}
+
+// What the board draws on its lines, sliced as the capture path slices them, reads back through
+// libzvbi's own caption decoder and teletext page cache.
+TEST(SimulatedBoardTest, SlicedLines_DecodeToTheScenariosCaptionsAndPages) {
+    ZvbiTestDecoder decoder;
+    {
+        RunningPort ntsc(R"({"signal": [{"format": 2}], "captions": [{"at": 2, "text": "HELLO"}]})", 7);
+        ASSERT_EQ(ntsc.board.vbiSetCaptureLines(ntsc.stream, {}), 0u);
+        ntsc.start();
+        for (int frame = 1; frame <= 10; ++frame) {
+            const DeviceHandle slot = ntsc.lock();
+            const std::uint8_t* line = nullptr;
+            std::uint32_t size = 0;
+            ASSERT_EQ(ntsc.board.slotVbiGetLine(slot, 21, 0, line, size), 0u);
+            std::uint8_t b[4];
+            std::uint32_t bits = 32;
+            ASSERT_EQ(ntsc.board.vbiDigitalize(line, size, false, device::kCaptionBitRate, b, bits), 0u);
+            // Each payload byte is sent low bit first, from bit 5 of the second byte on.
+            const std::uint32_t word = std::uint32_t(b[0]) << 24 | b[1] << 16 | b[2] << 8 | b[3];
+            std::uint8_t pair[2] = {};
+            for (int bit = 0; bit < 16; ++bit) {
+                pair[bit / 8] |= static_cast<std::uint8_t>(((word >> (21 - bit)) & 1) << (bit % 8));
+            }
+            decoder.feedCaptionPair(pair[0], pair[1]);
+            ntsc.board.unlockSlotHandle(slot);
+        }
+    }
+    EXPECT_EQ(decoder.captionText(), "HELLO");
+
+    RunningPort pal(R"({"signal": [{"format": 0}],
+        "teletext": {"pages": [{"magazine": 8, "page": "0x88", "subtitle": true, "rows": {"22": "Subtitle"}}]}})",
+                    6);
+    ASSERT_EQ(pal.board.vbiSetCaptureLines(pal.stream, {}), 0u);
+    pal.start();
+    {
+        const DeviceHandle slot = pal.lock();
+        std::vector<std::uint8_t> data{0x10};
+        for (const std::int32_t number : {7, 8, 9}) {  // the page's header, its row, the closing header
+            const std::uint8_t* line = nullptr;
+            std::uint32_t size = 0;
+            ASSERT_EQ(pal.board.slotVbiGetLine(slot, number, 1, line, size), 0u);
+            std::uint8_t b[45];
+            std::uint32_t bits = 360;
+            ASSERT_EQ(pal.board.vbiDigitalize(line, size, false, device::kTeletextBitRate, b, bits), 0u);
+            data.insert(data.end(), {0x03, 0x2C, static_cast<std::uint8_t>(0xE0 | number), 0xE4});
+            data.insert(data.end(), b + 3, b + 45);
+        }
+        decoder.feedTeletextData(data);
+        pal.board.unlockSlotHandle(slot);
+    }
+    const std::optional<std::string> page = decoder.teletextText(0x888);
+    ASSERT_TRUE(page);
+    EXPECT_NE(page->find("Subtitle"), std::string::npos) << *page;
 }
 
 TEST(SimulatedBoardTest, HdAncillaryData_CarriesCaptionsTeletextAndRawPackets) {
