@@ -402,13 +402,13 @@ std::uint32_t SimulatedBoard::setStreamProperty(DeviceHandle stream, std::uint32
         return code;
     }
     if (property == device::kStreamSlotCounter || property == device::kStreamSlotsDropped) {
-        return 19;  // read-only
+        return device::kDevicePropertyReadOnly;
     }
     if (!open->properties.contains(property)) {
         return device::kDeviceInvalidProperty;
     }
     if (open->running && property != device::kStreamTimeout) {
-        return 16;  // the configuration is locked while the stream runs
+        return device::kDeviceConfigurationLocked;
     }
     switch (property) {
         case device::kStreamBufferPacking:
@@ -790,7 +790,7 @@ std::uint32_t SimulatedBoard::getNbSamples(std::uint32_t boardStandard, std::uin
 std::uint32_t SimulatedBoard::vbiDigitalize(const std::uint8_t* line, std::uint32_t size, bool highDefinition,
                                             float bitRate, std::uint8_t* out, std::uint32_t& bits) {
     if (line == nullptr || out == nullptr) {
-        return 7;  // invalid pointer
+        return device::kDeviceInvalidPointer;
     }
     return sliceBits({line, size}, highDefinition ? kHdSampleRate : kSdSampleRate, bitRate, out, bits);
 }
