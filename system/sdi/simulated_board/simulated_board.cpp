@@ -83,6 +83,24 @@ struct SimulatedBoard::Port {
         const Segment& segment = segmentOfFrame(frame);
         return segment.startNs + segment.offsetOf(frame - segment.firstFrame + 1);
     }
+    // Frames of [first, last] of that standard that reached the board (gaps left out).
+    std::int64_t capturedIn(std::int64_t first, std::int64_t last, std::uint32_t standard) const {
+        std::int64_t count = 0;
+        for (std::size_t i = 0; i < segments.size(); ++i) {
+            const std::int64_t end = i + 1 < segments.size() ? segments[i + 1].firstFrame - 1 : last;
+            const std::int64_t from = std::max(first, segments[i].firstFrame);
+            const std::int64_t to = std::min(last, end);
+            if (from > to || !segments[i].carries(standard)) {
+                continue;
+            }
+            count += to - from + 1;
+            for (const FrameWindow& gap : spec.gaps) {
+                count -= std::max<std::int64_t>(
+                    0, std::min(to, gap.at + gap.frames - 1) - std::max(from, gap.at) + 1);
+            }
+        }
+        return std::max<std::int64_t>(0, count);
+    }
     bool inAny(const std::vector<FrameWindow>& windows, std::int64_t frame) const {
         return std::any_of(windows.begin(), windows.end(),
                            [&](const FrameWindow& w) { return w.contains(frame); });
@@ -479,13 +497,21 @@ std::optional<std::int64_t> SimulatedBoard::nextSlotFrame(Stream& stream, std::i
     const Port& port = *stream.port;
     const std::uint32_t standard = stream.properties[device::kStreamVideoStandard];
     const std::int64_t depth = stream.properties[device::kStreamBufferDepth];
+    if (latest - stream.nextFrame >= depth) {
+        // Only the newest `depth` frames are still in the buffers.
+        const std::int64_t lostUpTo = latest - depth;
+        const auto lost = static_cast<std::uint32_t>(port.capturedIn(stream.nextFrame, lostUpTo, standard));
+        stream.slotCounter += lost;
+        stream.slotsDropped += lost;
+        stream.nextFrame = lostUpTo + 1;
+    }
     while (stream.nextFrame <= latest) {
         const std::int64_t frame = stream.nextFrame++;
         if (!port.segmentOfFrame(frame).carries(standard) || port.inAny(port.spec.gaps, frame)) {
             continue;
         }
         ++stream.slotCounter;
-        if (latest - frame >= depth || port.inAny(port.spec.drops, frame)) {
+        if (port.inAny(port.spec.drops, frame)) {
             ++stream.slotsDropped;
             continue;
         }
