@@ -17,6 +17,7 @@
 #include "system/process/process.h"
 #include "system/registry/registry.h"
 #include "system/sdi/deltacast_io/device_api.h"
+#include "system/sdi/simulated_board/device_choice.h"
 
 namespace ovtx::app::sdi_tap::v1 {
 
@@ -27,6 +28,7 @@ namespace {
 
 namespace device = system::sdi::deltacast_io::v1;
 using log::i_logger::v0::ILogger;
+using system::sdi::simulated_board::v1::deviceApiFromEnvironment;
 
 constexpr const char* kRegistryKeys[] = {"SOFTWARE\\FirmwareAgent\\CurrentVersion\\",
                                          "SOFTWARE\\ORVANTA_VTX\\CurrentVersion\\"};
@@ -42,7 +44,7 @@ std::uint32_t boardChannelCount(const device::BoardInfo& info) {
 
 std::uint32_t boardChannelCount() {
     try {
-        return boardChannelCount(device::getBoardReport(device::noDeviceApi()));
+        return boardChannelCount(device::getBoardReport(deviceApiFromEnvironment()));
     } catch (const device::DeltacastException&) {
         return 0;
     }
@@ -59,17 +61,29 @@ void deleteCaptureEngine() {
     delete captureEngine.exchange(nullptr);
 }
 
-void runCapturePath(const std::string& portName) {
+void runCapturePath(const RunParameters& parameters, const std::string& portName, device::DeviceApi& api,
+                    ILogger& logger) {
     captureEngine.store(new SdiTap(portName));
     std::atexit(&deleteCaptureEngine);
-    // Opening the board needs the board's SDK, which this build does not link.
-    throw device::DeltacastException(device::kDeviceNotAvailable, "Cannot open board handle");
+    // The engine's first steps, as far as the input stream: the slot loop is not built yet.
+    const device::BoardInfo boardInfo = device::getBoardReport(api);
+    if (parameters.print) {
+        device::printBoardReport(logger, boardInfo);
+    }
+    const device::DeviceHandle board = device::openBoard(api, 0);
+    const std::size_t port = parameters.fourHdQuads ? 0 : static_cast<std::size_t>(parameters.sdiPort);
+    const device::DeviceHandle stream =
+        device::openStream(api, board, device::kPortNumbers.at(port).streamType);
+    api.closeStreamHandle(stream);
+    api.closeBoardHandle(board);
+    throw std::runtime_error("The capture loop is not available in this build");
 }
 
 // What the main routine's own guard covers: the board report, the choice of path and both paths.
 void runGuardedRegion(const RunParameters& parameters, const std::string& portName, bool patternRequested,
                       ILogger& logger) {
-    const device::BoardInfo boardInfo = device::getBoardReport(device::noDeviceApi());
+    device::DeviceApi& api = deviceApiFromEnvironment();
+    const device::BoardInfo boardInfo = device::getBoardReport(api);
     const bool boardPresent = boardInfo.ApiAvailable && boardInfo.NbSdiBoard >= 1;
     if (!boardPresent) {
         logger.Log(2, "API initialisation Failure");
@@ -84,7 +98,7 @@ void runGuardedRegion(const RunParameters& parameters, const std::string& portNa
         runPatternPath(parameters, portName, logger);
         return;
     }
-    runCapturePath(portName);
+    runCapturePath(parameters, portName, api, logger);
 }
 
 }  // namespace

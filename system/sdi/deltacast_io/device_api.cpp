@@ -54,16 +54,6 @@ std::string exceptionText(std::uint32_t code, const std::string& context) {
     return text + deviceErrorText(code) + ")";
 }
 
-class NoDeviceApi final : public DeviceApi {
-  public:
-    std::uint32_t getApiInfo(std::uint32_t& /*apiVersion*/, std::uint32_t& /*boardCount*/) override {
-        return kDeviceNotAvailable;
-    }
-    std::uint32_t getBoardInfoEx(std::uint32_t /*boardIndex*/, BoardInfoEx& /*info*/) override {
-        return kDeviceNotAvailable;
-    }
-};
-
 }  // namespace
 
 const char* deviceErrorText(std::uint32_t code) {
@@ -141,6 +131,19 @@ void printBoardReport(log::i_logger::v0::ILogger& logger, const BoardInfo& info)
     logger.Log(2, "    - %s type", boardTypeName(info.BoardType));
     logger.Log(2, " on %s bus", info.IsPCIExpress ? "PCIe" : "PCI");
     logger.Log(2, "   - %d In / %d Out", info.NumRXchannels, info.NumTXchannels);
+}
+
+DeviceHandle openBoard(DeviceApi& api, std::uint32_t boardIndex) {
+    DeviceHandle board = kNoHandle;
+    throwIfDeviceError(api.openBoardHandle(boardIndex, board), "Cannot open board handle");
+    return board;
+}
+
+DeviceHandle openStream(DeviceApi& api, DeviceHandle board, std::uint32_t streamType) {
+    DeviceHandle stream = kNoHandle;
+    throwIfDeviceError(api.openStreamHandle(board, streamType, kProcessingMode, stream),
+                       "Cannot open RX" + std::to_string(streamType) + " stream.");
+    return stream;
 }
 
 }  // namespace ovtx::system::sdi::deltacast_io::v1

@@ -11,10 +11,12 @@ using ::testing::DoAll;
 using ::testing::Return;
 using ::testing::SetArgReferee;
 
-class MockDeviceApi : public DeviceApi {
+class MockDeviceApi : public NoDeviceApi {
   public:
     MOCK_METHOD(std::uint32_t, getApiInfo, (std::uint32_t&, std::uint32_t&), (override));
     MOCK_METHOD(std::uint32_t, getBoardInfoEx, (std::uint32_t, BoardInfoEx&), (override));
+    MOCK_METHOD(std::uint32_t, openStreamHandle, (DeviceHandle, std::uint32_t, std::uint32_t, DeviceHandle&),
+                (override));
 };
 
 TEST(DeviceErrorTest, TextsAndExceptionWording) {
@@ -69,6 +71,30 @@ TEST(BoardReportTest, UnreadableBoardThrows) {
         FAIL();
     } catch (const DeltacastException& e) {
         EXPECT_STREQ(e.what(), "Cannot get BoardInfoEx (Board is not available)");
+    }
+}
+
+// The stream type, not the port, names the stream; the processing mode is the one of every stream.
+TEST(OpenStreamTest, FailureNamesTheStreamTypeAndKeepsTheCode) {
+    MockDeviceApi api;
+    EXPECT_CALL(api, openStreamHandle(7, 9u, kProcessingMode, _)).WillOnce(Return(18u));
+    try {
+        openStream(api, 7, kPortNumbers[2].streamType);
+        FAIL();
+    } catch (const DeltacastException& e) {
+        EXPECT_STREQ(e.what(), "Cannot open RX9 stream. (Requested stream is already used)");
+        EXPECT_EQ(e.code, kDeviceStreamAlreadyUsed);
+    }
+    EXPECT_CALL(api, openStreamHandle(7, 1u, _, _)).WillOnce(DoAll(SetArgReferee<3>(42), Return(0u)));
+    EXPECT_EQ(openStream(api, 7, 1), 42);
+}
+
+TEST(OpenBoardTest, NoBoardFailsWithTheBoardContext) {
+    try {
+        openBoard(noDeviceApi(), 0);
+        FAIL();
+    } catch (const DeltacastException& e) {
+        EXPECT_STREQ(e.what(), "Cannot open board handle (Board is not available)");
     }
 }
 

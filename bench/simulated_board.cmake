@@ -1,0 +1,1 @@
+sdi_add_benchmark(NAME simulated_board_bench SRCS simulated_board_bench.cpp DEPS simulated_board piped_child)

@@ -1,0 +1,430 @@
+#include "system/sdi/simulated_board/simulated_board.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <numeric>
+
+#include "pattern/zvbi_test_decoder.h"
+#include "system/process/piped_child.h"
+#include "system/sdi/simulated_board/device_choice.h"
+#include "testing/files.h"
+
+namespace {
+
+using namespace ovtx::system::sdi::simulated_board::v1;
+namespace device = ovtx::system::sdi::deltacast_io::v1;
+using device::DeviceHandle;
+using ovtx::pattern::pattern_source::v1::ZvbiTestDecoder;
+using ovtx::system::process::v1::PipedChild;
+using ovtx::system::process::v1::SpawnOptions;
+
+// The board's time, moved on only by the board's own waits: slots come as fast as they are asked
+// for, and the frame numbers of a test are exact.
+class StepClock final : public BoardClock {
+  public:
+    std::int64_t nowNs() override { return m_now; }
+    void sleepFor(std::int64_t nanoseconds) override { m_now += nanoseconds; }
+
+  private:
+    std::int64_t m_now = 0;
+};
+
+// A serial of this test process alone: boards of the same serial share their ports' claims
+// machine-wide, and other test processes run at the same time.
+std::string uniqueSerial() {
+    return R"("serial": "0x5E1)" + std::to_string(ovtx::system::process::v1::currentProcessId()) + R"(")";
+}
+
+// A board with `port` as the JSON of port 0 and `board` as its board keys, on the step clock, and
+// a stream on that port set to `standard`.
+struct RunningPort {
+    RunningPort(const std::string& port, std::uint32_t standard,
+                const std::string& board = R"("rx": 2, "tx": 2)")
+        : board(parseScenario(
+                    R"({"board": {)" + board + ", " + uniqueSerial() + R"(}, "ports": {"0": )" + port + "}}",
+                    "test"),
+                std::make_unique<StepClock>()) {
+        handle = device::openBoard(this->board, 0);
+        stream = device::openStream(this->board, handle, device::kPortNumbers[0].streamType);
+        EXPECT_EQ(this->board.setStreamProperty(stream, device::kStreamVideoStandard, standard), 0u);
+        EXPECT_EQ(this->board.setStreamProperty(stream, device::kStreamBufferDepth, 32), 0u);
+        EXPECT_EQ(this->board.setStreamProperty(stream, device::kStreamTimeout, 200), 0u);
+    }
+    void start() { ASSERT_EQ(board.startStream(stream), 0u); }
+    DeviceHandle lock() {
+        DeviceHandle slot = device::kNoHandle;
+        EXPECT_EQ(board.lockSlotHandle(stream, slot), 0u);
+        return slot;
+    }
+    std::uint64_t time(DeviceHandle slot) {
+        std::uint64_t microseconds = 0;
+        EXPECT_EQ(board.getSlotSystemTime(slot, microseconds), 0u);
+        return microseconds;
+    }
+    std::uint32_t property(std::uint32_t number) {
+        std::uint32_t value = 0;
+        EXPECT_EQ(board.getStreamProperty(stream, number, value), 0u);
+        return value;
+    }
+
+    SimulatedBoard board;
+    DeviceHandle handle = device::kNoHandle;
+    DeviceHandle stream = device::kNoHandle;
+};
+
+// Slot times step by one frame of the input clock; a gap in the signal shows as a longer step,
+// a frame the program lost as a longer step that the dropped counter explains.
+TEST(SimulatedBoardTest, SlotsArePacedByTheInputClock_GapsAndDropsShowInTimesAndCounter) {
+    RunningPort port(
+        R"({"signal": [{"format": 3}], "gaps": [{"at": 15, "frames": 2}], "drops": [{"at": 30}]})", 0);
+    port.start();
+    std::vector<std::int64_t> steps;
+    std::uint64_t previous = 0;
+    for (int i = 0; i < 50; ++i) {
+        const DeviceHandle slot = port.lock();
+        const std::uint64_t time = port.time(slot);
+        if (previous != 0) {
+            steps.push_back(static_cast<std::int64_t>(time - previous));
+        }
+        previous = time;
+        EXPECT_EQ(port.board.unlockSlotHandle(slot), 0u);
+    }
+    EXPECT_EQ(port.board.unlockSlotHandle(port.lock() - 1), device::kDeviceFrameAlreadyUnlocked);
+    std::vector<std::int64_t> unusual;
+    for (const std::int64_t step : steps) {
+        if (step != 40000) {
+            unusual.push_back(step);
+        }
+    }
+    EXPECT_EQ(unusual, (std::vector<std::int64_t>{120000, 80000}));
+    EXPECT_EQ(port.property(device::kStreamSlotsDropped), 1u);
+}
+
+// At a high speed factor on the real clock: slots keep the input's frame period in their times,
+// and a port without signal answers 22 once the timeout is up.
+TEST(SimulatedBoardTest, HighSpeedFactor_KeepsFramePeriodAndTimeout) {
+    SimulatedBoard board(parseScenario(R"({"speed": 100, "board": {)" + uniqueSerial() + R"(},
+        "ports": {"0": {"signal": [{"format": 4}]}, "1": {"signal": [{"noSignal": true}]}}})",
+                                       "test"));
+    const DeviceHandle handle = device::openBoard(board, 0);
+    const DeviceHandle stream = device::openStream(board, handle, 0);
+    ASSERT_EQ(board.setStreamProperty(stream, device::kStreamVideoStandard, 1), 0u);
+    ASSERT_EQ(board.setStreamProperty(stream, device::kStreamBufferDepth, 32), 0u);
+    ASSERT_EQ(board.startStream(stream), 0u);
+    std::uint64_t first = 0;
+    std::uint64_t last = 0;
+    constexpr int kSlots = 20;
+    for (int i = 0; i < kSlots; ++i) {
+        DeviceHandle slot = device::kNoHandle;
+        ASSERT_EQ(board.lockSlotHandle(stream, slot), 0u);
+        ASSERT_EQ(board.getSlotSystemTime(slot, last), 0u);
+        first = i == 0 ? last : first;
+        ASSERT_EQ(board.unlockSlotHandle(slot), 0u);
+    }
+    std::uint32_t dropped = 0;
+    ASSERT_EQ(board.getStreamProperty(stream, device::kStreamSlotsDropped, dropped), 0u);
+    // 29.97 frames a second: 33366.7 microseconds a frame, rounded per frame.
+    EXPECT_NEAR(static_cast<double>(last - first), (kSlots - 1 + dropped) * 1001000.0 / 30, 1.0);
+    const DeviceHandle silent = device::openStream(board, handle, 1);
+    ASSERT_EQ(board.setStreamProperty(silent, device::kStreamVideoStandard, 1), 0u);
+    ASSERT_EQ(board.startStream(silent), 0u);
+    DeviceHandle slot = device::kNoHandle;
+    EXPECT_EQ(board.lockSlotHandle(silent, slot), device::kDeviceTimeout);
+}
+
+TEST(SimulatedBoardTest, NoSlotOfTheStreamsStandard_LockTimesOutWith22) {
+    for (const char* signal : {R"([{"noSignal": true}])", R"([{"format": "HD_1280_720p_50"}])"}) {
+        RunningPort port(std::string(R"({"signal": )") + signal + "}", 0);
+        port.start();
+        DeviceHandle slot = device::kNoHandle;
+        EXPECT_EQ(port.board.lockSlotHandle(port.stream, slot), device::kDeviceTimeout) << signal;
+    }
+}
+
+// The cable out for 10 frames: the port reports no signal and no slot comes, then slots resume
+// with a time that tells how long the input was gone.
+TEST(SimulatedBoardTest, CablePulledAndPutBack_SlotsStopAndResume) {
+    RunningPort port(
+        R"({"signal": [{"format": 3, "frames": 5}, {"noSignal": true, "frames": 10}, {"format": 3}]})", 0);
+    port.start();
+    std::uint64_t before = 0;
+    for (int i = 0; i < 4; ++i) {  // frames 1 to 4
+        const DeviceHandle slot = port.lock();
+        before = port.time(slot);
+        port.board.unlockSlotHandle(slot);
+    }
+    DeviceHandle slot = device::kNoHandle;
+    std::uint32_t value = 0;
+    EXPECT_EQ(port.board.lockSlotHandle(port.stream, slot), device::kDeviceTimeout);
+    EXPECT_EQ(port.board.getBoardProperty(port.handle, device::kPortNumbers[0].standardProperty, value),
+              device::kDeviceBadInputSignal);
+    while (port.board.lockSlotHandle(port.stream, slot) == device::kDeviceTimeout) {
+    }
+    EXPECT_EQ(port.time(slot) - before, 11u * 40000);  // frame 15 after frame 4
+    EXPECT_EQ(port.board.getBoardProperty(port.handle, device::kPortNumbers[0].standardProperty, value), 0u);
+    EXPECT_EQ(port.property(device::kStreamSlotsDropped), 0u);
+}
+
+// Drop-frame timecode skips frame numbers 0 and 1 at each minute but every tenth.
+TEST(SimulatedBoardTest, DropFrameTimecode_SkipsTheDroppedNumbers) {
+    RunningPort port(R"({"signal": [{"format": 4}],
+        "timecode": {"start": "00:00:59:27", "dropFrame": true, "missing": [{"at": 5}]}})",
+                     1);
+    port.start();
+    std::vector<std::string> timecodes;
+    for (int i = 0; i < 5; ++i) {  // frames 1 to 5
+        const DeviceHandle slot = port.lock();
+        device::TimecodeRecord record;
+        record.source = 3;
+        record.line = 16;
+        const std::uint32_t code = port.board.slotExtractTimecode(slot, record);
+        char text[16];
+        std::snprintf(text, sizeof text, "%02d:%02d:%02d:%02d", record.hours, record.minutes, record.seconds,
+                      record.frames);
+        timecodes.push_back(code == 0 ? text : "code " + std::to_string(code));
+        port.board.unlockSlotHandle(slot);
+    }
+    EXPECT_EQ(timecodes, (std::vector<std::string>{"00:00:59:28", "00:00:59:29", "00:01:00:02", "00:01:00:03",
+                                                   "code 5"}));
+}
+
+TEST(SimulatedBoardTest, BoardProperties_TellThePortsSignal) {
+    RunningPort port(R"({"signal": [{"format": "NTSC_720_480i_59_94"}]})", 7);
+    std::uint32_t value = 0;
+    EXPECT_EQ(port.board.getBoardProperty(port.handle, device::kPortNumbers[0].standardProperty, value), 0u);
+    EXPECT_EQ(value, 7u);
+    EXPECT_EQ(port.board.getBoardProperty(port.handle, device::kPortNumbers[0].clockDivisorProperty, value),
+              0u);
+    EXPECT_EQ(value, 1u);
+    EXPECT_EQ(port.board.getBoardProperty(port.handle, device::kPortNumbers[1].standardProperty, value),
+              device::kDeviceBadInputSignal);
+}
+
+// 48 kHz at 29.97 frames a second: 8008 samples in every five frames, as an embedder sends them.
+TEST(SimulatedBoardTest, AudioAt2997_FollowsTheFiveFrameCadence) {
+    const FrameShape shape = *shapeOf(1, 1);
+    std::vector<std::uint32_t> counts;
+    for (std::int64_t frame = 0; frame < 5; ++frame) {
+        counts.push_back(samplesInFrame(48000, shape, frame));
+    }
+    EXPECT_EQ(std::accumulate(counts.begin(), counts.end(), 0u), 8008u);
+    for (const std::uint32_t count : counts) {
+        EXPECT_TRUE(count == 1601 || count == 1602) << count;
+    }
+    SimulatedBoard board(parseScenario("{}", "test"));
+    EXPECT_EQ(board.getNbSamples(1, 1, device::kAudioRate48kHz) * board.getBlockSize(1, 2), 1602u * 4);
+    EXPECT_EQ(board.getNbSamples(0, 0, device::kAudioRate44_1kHz), 1764u);
+}
+
+TEST(SimulatedBoardTest, AudioDescription_IsFilledPairByPair) {
+    RunningPort port(R"({"signal": [{"format": 3}], "audio": {"pairs": [
+        {"pair": 1, "rate": 44100, "statusValid": false}, {"pair": 2, "present": false},
+        {"pair": 3, "sizeErrors": [{"at": 0, "frames": 100000000, "bytes": 9000}]}]}})",
+                     0);
+    port.start();
+    const DeviceHandle slot = port.lock();
+    device::AudioInfo audio;
+    std::vector<std::vector<std::uint8_t>> buffers;
+    for (auto& group : audio.groups) {
+        for (std::size_t channel : {0u, 2u}) {
+            buffers.emplace_back(9216);
+            group.channels[channel] = {device::kAudioModeStereo, device::kAudioFormat16Bit};
+            group.channels[channel].dataSize = 9216;
+            group.channels[channel].data = buffers.back().data();
+        }
+    }
+    ASSERT_EQ(port.board.slotExtractAudio(slot, audio), 0u);
+    const auto& pair0 = audio.groups[0].channels[0];
+    EXPECT_EQ(pair0.dataSize, 1920u * 4);
+    EXPECT_EQ(pair0.statusValid, 1u);
+    EXPECT_EQ(pair0.statusBytes[0] & 0xC0, 0x80);
+    EXPECT_NE(std::count(buffers[0].begin(), buffers[0].begin() + 7680, 0), 7680);
+    EXPECT_EQ(audio.groups[0].channels[2].dataSize, 1764u * 4);
+    EXPECT_EQ(audio.groups[0].channels[2].statusValid, 0u);
+    EXPECT_EQ(audio.groups[1].channels[0].dataSize, 0u);
+    EXPECT_EQ(audio.groups[1].channels[2].dataSize, 1920u * 4 + 9000);  // more than the buffer held
+}
+
+// The SD lines through the board: WSS slices to the whole-line pattern of 16:9, a teletext line
+// to its run-in and framing code.
+TEST(SimulatedBoardTest, PalBlankingLines_SliceThroughTheBoard) {
+    RunningPort port(R"({"signal": [{"format": 0}], "wss": [{"at": 0, "aspect": "16:9"}],
+        "teletext": {"pages": [{"magazine": 8, "page": "0x88", "subtitle": true, "rows": {"22": "Hello"}}]}})",
+                     6);
+    EXPECT_EQ(port.board.vbiSetCaptureLines(port.stream, {}), 0u);
+    port.start();
+    const DeviceHandle slot = port.lock();
+    const std::uint8_t* line = nullptr;
+    std::uint32_t size = 0;
+    ASSERT_EQ(port.board.slotVbiGetLine(slot, 23, 1, line, size), 0u);
+    std::uint8_t wss[10];
+    std::uint32_t bits = 80;
+    ASSERT_EQ(port.board.vbiDigitalize(line, size, false, device::kWssBitRate, wss, bits), 0u);
+    EXPECT_EQ(std::vector<std::uint8_t>(wss, wss + 10),
+              (std::vector<std::uint8_t>{0xf8, 0xe3, 0x8e, 0x38, 0xf1, 0xe0, 0xff, 0x1c, 0x70, 0x38}));
+    ASSERT_EQ(port.board.slotVbiGetLine(slot, 7, 1, line, size), 0u);
+    std::uint8_t teletext[45];
+    bits = 360;
+    ASSERT_EQ(port.board.vbiDigitalize(line, size, false, device::kTeletextBitRate, teletext, bits), 0u);
+    EXPECT_EQ(std::vector<std::uint8_t>(teletext, teletext + 3),
+              (std::vector<std::uint8_t>{0xAA, 0xAA, 0xE4}));
+}
+
+// What the board draws on its lines, sliced as the capture path slices them, reads back through
+// libzvbi's own caption decoder and teletext page cache.
+TEST(SimulatedBoardTest, SlicedLines_DecodeToTheScenariosCaptionsAndPages) {
+    ZvbiTestDecoder decoder;
+    {
+        RunningPort ntsc(R"({"signal": [{"format": 2}], "captions": [{"at": 2, "text": "HELLO"}]})", 7);
+        ASSERT_EQ(ntsc.board.vbiSetCaptureLines(ntsc.stream, {}), 0u);
+        ntsc.start();
+        for (int frame = 1; frame <= 10; ++frame) {
+            const DeviceHandle slot = ntsc.lock();
+            const std::uint8_t* line = nullptr;
+            std::uint32_t size = 0;
+            ASSERT_EQ(ntsc.board.slotVbiGetLine(slot, 21, 0, line, size), 0u);
+            std::uint8_t b[4];
+            std::uint32_t bits = 32;
+            ASSERT_EQ(ntsc.board.vbiDigitalize(line, size, false, device::kCaptionBitRate, b, bits), 0u);
+            // Each payload byte is sent low bit first, from bit 5 of the second byte on.
+            const std::uint32_t word = std::uint32_t(b[0]) << 24 | b[1] << 16 | b[2] << 8 | b[3];
+            std::uint8_t pair[2] = {};
+            for (int bit = 0; bit < 16; ++bit) {
+                pair[bit / 8] |= static_cast<std::uint8_t>(((word >> (21 - bit)) & 1) << (bit % 8));
+            }
+            decoder.feedCaptionPair(pair[0], pair[1]);
+            ntsc.board.unlockSlotHandle(slot);
+        }
+    }
+    EXPECT_EQ(decoder.captionText(), "HELLO");
+
+    RunningPort pal(R"({"signal": [{"format": 0}],
+        "teletext": {"pages": [{"magazine": 8, "page": "0x88", "subtitle": true, "rows": {"22": "Subtitle"}}]}})",
+                    6);
+    ASSERT_EQ(pal.board.vbiSetCaptureLines(pal.stream, {}), 0u);
+    pal.start();
+    {
+        const DeviceHandle slot = pal.lock();
+        std::vector<std::uint8_t> data{0x10};
+        for (const std::int32_t number : {7, 8, 9}) {  // the page's header, its row, the closing header
+            const std::uint8_t* line = nullptr;
+            std::uint32_t size = 0;
+            ASSERT_EQ(pal.board.slotVbiGetLine(slot, number, 1, line, size), 0u);
+            std::uint8_t b[45];
+            std::uint32_t bits = 360;
+            ASSERT_EQ(pal.board.vbiDigitalize(line, size, false, device::kTeletextBitRate, b, bits), 0u);
+            data.insert(data.end(), {0x03, 0x2C, static_cast<std::uint8_t>(0xE0 | number), 0xE4});
+            data.insert(data.end(), b + 3, b + 45);
+        }
+        decoder.feedTeletextData(data);
+        pal.board.unlockSlotHandle(slot);
+    }
+    const std::optional<std::string> page = decoder.teletextText(0x888);
+    ASSERT_TRUE(page);
+    EXPECT_NE(page->find("Subtitle"), std::string::npos) << *page;
+}
+
+TEST(SimulatedBoardTest, HdAncillaryData_CarriesCaptionsTeletextAndRawPackets) {
+    RunningPort port(R"({"signal": [{"format": 3}], "captions": [{"at": 0, "text": "HI"}],
+        "teletext": {"pages": [{"magazine": 8, "page": "0x88", "subtitle": true}], "firstAncLine": 14},
+        "anc": [{"at": 0, "frames": 100000000, "line": 9, "did": "0x61", "sdid": "0x01", "words": [1, 2, 3]}]})",
+                     0);
+    port.start();
+    const DeviceHandle slot = port.lock();
+    std::int32_t count = 0;
+    ASSERT_EQ(port.board.slotAncGetNbPackets(slot, 9, 0, count), 0u);
+    ASSERT_EQ(count, 2);
+    const device::AncPacket* cdp = nullptr;
+    ASSERT_EQ(port.board.slotAncGetPacket(slot, 9, 0, 0, cdp), 0u);
+    EXPECT_EQ(cdp->did, 0x61);
+    ASSERT_EQ(cdp->wordCount, 9u + 24 * 3 + 4);  // 24 cc_data entries at 25 frames a second
+    EXPECT_EQ(cdp->words[0], 0x96);
+    EXPECT_EQ(cdp->words[8], 0xE0 | 24);
+    EXPECT_EQ(std::accumulate(cdp->words, cdp->words + cdp->wordCount, 0u) % 256, 0u) << "checksum";
+    const device::AncPacket* raw = nullptr;
+    ASSERT_EQ(port.board.slotAncGetPacket(slot, 9, 0, 1, raw), 0u);
+    EXPECT_EQ(std::vector<std::uint16_t>(raw->words, raw->words + raw->wordCount),
+              (std::vector<std::uint16_t>{1, 2, 3}));
+    const device::AncPacket* teletext = nullptr;
+    ASSERT_EQ(port.board.slotAncGetPacket(slot, 14, 0, 0, teletext), 0u);
+    EXPECT_EQ(teletext->sdid, 0x08);
+    EXPECT_EQ(teletext->words[1], 0x03);  // data unit of a subtitle page
+    EXPECT_EQ(teletext->words[4], 0xE4);
+}
+
+// 525 lines arrive field after field with the board's blank lines: 3 before the first field and 4
+// before the second.
+TEST(SimulatedBoardTest, NtscPackedBuffer_HasTheBoardsLineOffsets) {
+    RunningPort port(R"({"signal": [{"format": 2}]})", 7, R"("type": 0, "rx": 2, "tx": 2)");
+    EXPECT_EQ(
+        port.board.setStreamProperty(port.stream, device::kStreamBufferPacking, device::kPackingPlanar8Bit),
+        device::kDeviceBadArgument);
+    port.start();
+    const DeviceHandle slot = port.lock();
+    std::uint8_t* buffer = nullptr;
+    std::uint32_t size = 0;
+    ASSERT_EQ(port.board.getSlotBuffer(slot, 0, buffer, size), 0u);
+    constexpr std::size_t kPitch = 1440;
+    ASSERT_EQ(size, 487 * kPitch);
+    EXPECT_EQ(buffer[1], 16);                       // blank
+    EXPECT_EQ(buffer[3 * kPitch + 1], 180);         // first row, 75% white bar
+    EXPECT_EQ(buffer[(3 + 240) * kPitch + 1], 16);  // blank between the fields
+    EXPECT_EQ(buffer[(3 + 240 + 4) * kPitch + 1], 180);
+}
+
+TEST(SimulatedBoardTest, PlanarBoard_GivesPlanesFieldAfterField) {
+    RunningPort port(R"({"signal": [{"format": 5}]})", 2, R"("type": 6, "rx": 4, "tx": 4)");
+    EXPECT_EQ(
+        port.board.setStreamProperty(port.stream, device::kStreamBufferPacking, device::kPackingPlanar10Bit),
+        0u);
+    port.start();
+    const DeviceHandle slot = port.lock();
+    std::uint8_t* buffer = nullptr;
+    std::uint32_t size = 0;
+    ASSERT_EQ(port.board.getSlotBuffer(slot, 0, buffer, size), 0u);
+    EXPECT_EQ(size, 1920u * 1080 * 3 / 2 * 2);
+}
+
+TEST(SimulatedBoardTest, InjectedError_IsAnsweredOnItsFrames) {
+    RunningPort port(R"({"signal": [{"format": 3}],
+        "errors": [{"operation": "VHD_GetSlotBuffer", "at": 0, "frames": 100000000, "code": 13}]})",
+                     0);
+    port.start();
+    std::uint8_t* buffer = nullptr;
+    std::uint32_t size = 0;
+    EXPECT_EQ(port.board.getSlotBuffer(port.lock(), 0, buffer, size), 13u);
+}
+
+// The stream of a port is the process's own until it ends: another process that opens it gets 18.
+TEST(SimulatedBoardTest, StreamHeldByAnotherProcess_OpensWithCode18) {
+    const std::string serial = "0x5E5" + std::to_string(ovtx::system::process::v1::currentProcessId());
+    const std::string scenario =
+        R"({"board": {"serial": ")" + serial + R"("}, "ports": {"1": {"signal": [{"format": 3}]}}})";
+    const std::filesystem::path file = std::filesystem::temp_directory_path() / ("board_" + serial + ".json");
+    std::ofstream(file) << scenario;
+    SpawnOptions options;
+    options.environment = {{kSimulatedBoardVariable, file.string()}};
+    PipedChild holder =
+        PipedChild::spawn(ovtx::test_support::v1::binaryPath("sdi_board_report"), {"--hold", "1"}, options);
+    std::optional<std::string> line;
+    while ((line = holder.readLine()) && *line != "Holding RX1") {
+    }
+    ASSERT_TRUE(line) << "the holder never held RX1";
+    SimulatedBoard board(parseScenario(scenario, "test"));
+    const DeviceHandle handle = device::openBoard(board, 0);
+    try {
+        device::openStream(board, handle, 1);
+        FAIL();
+    } catch (const device::DeltacastException& e) {
+        EXPECT_STREQ(e.what(), "Cannot open RX1 stream. (Requested stream is already used)");
+    }
+    holder.kill(PipedChild::Signal::Kill);
+    holder.wait();
+    EXPECT_NO_THROW(device::openStream(board, handle, 1));
+    std::filesystem::remove(file);
+}
+
+}  // namespace
