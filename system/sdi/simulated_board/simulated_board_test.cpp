@@ -7,7 +7,7 @@
 #include <fstream>
 #include <numeric>
 
-#include "pattern/zvbi_test_decoder.h"
+#include "encoding/subtitle_text/subtitle_decoder.h"
 #include "system/process/piped_child.h"
 #include "system/sdi/simulated_board/device_choice.h"
 #include "testing/files.h"
@@ -17,7 +17,7 @@ namespace {
 using namespace ovtx::system::sdi::simulated_board::v1;
 namespace device = ovtx::system::sdi::deltacast_io::v1;
 using device::DeviceHandle;
-using ovtx::pattern::pattern_source::v1::ZvbiTestDecoder;
+using ovtx::encoding::subtitle_text::v1::SubtitleDecoder;
 using ovtx::system::process::v1::PipedChild;
 using ovtx::system::process::v1::SpawnOptions;
 
@@ -276,7 +276,7 @@ TEST(SimulatedBoardTest, PalBlankingLines_SliceThroughTheBoard) {
 // What the board draws on its lines, sliced as the capture path slices them, reads back through
 // libzvbi's own caption decoder and teletext page cache.
 TEST(SimulatedBoardTest, SlicedLines_DecodeToTheScenariosCaptionsAndPages) {
-    ZvbiTestDecoder decoder;
+    SubtitleDecoder decoder;
     {
         RunningPort ntsc(R"({"signal": [{"format": 2}], "captions": [{"at": 2, "text": "HELLO"}]})", 7);
         ASSERT_EQ(ntsc.board.vbiSetCaptureLines(ntsc.stream, {}), 0u);
