@@ -1,8 +1,11 @@
 #include "app/main.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 
 #include "app/run_parameters.h"
@@ -13,6 +16,8 @@
 #include "log/log_perf.h"
 #include "pattern/pattern_loop.h"
 #include "system/file/file.h"
+#include "system/ipc/object_access.h"
+#include "system/ipc/process_claim.h"
 #include "system/process/process.h"
 #include "system/registry/registry.h"
 #include "system/sdi/deltacast_io/device_api.h"
@@ -61,7 +66,10 @@ void deleteCaptureEngine() {
 void runCapturePath(const std::string& portName) {
     captureEngine.store(new SdiTap(portName));
     std::atexit(&deleteCaptureEngine);
-    // Opening the board needs the board's SDK, which this build does not link.
+    // Opening the board needs the board's SDK, which this build does not link. The engine opens
+    // the board's stream first, so that a stream that another process holds still ends with
+    // exit code 100 where the board reports it; right after the stream opens, and before its
+    // channels, it takes the port's claim with claimPort (exit code 1 when another run has it).
     throw device::DeltacastException(device::kDeviceNotAvailable, "Cannot open board handle");
 }
 
@@ -87,6 +95,29 @@ void runGuardedRegion(const RunParameters& parameters, const std::string& portNa
 }
 
 }  // namespace
+
+bool claimPort(const std::string& portName, system::ipc::v2::ProcessClaim& claim) {
+    using system::ipc::v2::ProcessClaim;
+    if (claim.held()) {
+        return true;
+    }
+    const std::string name = kPortClaimPrefix + portName;
+    claim = ProcessClaim::take(name);
+    if (claim.held()) {
+        return true;
+    }
+    if (claim.error() != EADDRINUSE) {
+        std::cerr << "Could not claim port " << portName << ": " << std::strerror(claim.error()) << std::endl;
+        return false;
+    }
+    const std::optional<int> holder = ProcessClaim::holder(name);
+    std::cerr << "Port " << portName << " is already served by "
+              << (holder ? "sdi_tap process " + std::to_string(*holder)
+                         : std::string("another sdi_tap process"))
+              << "; this run ends and leaves it untouched (stop it first with sdi_tap_stop " << portName
+              << ")" << std::endl;
+    return false;
+}
 
 void consoleControlHandler() {
     if (SdiTap* engine = captureEngine.load()) {
@@ -130,7 +161,8 @@ int mainRoutine(const std::vector<std::string>& arguments) {
     log::log_perf::v4::LibLogPerf logger;
     logger.AddSink(&consoleSink);
 
-    const std::uint32_t portLimit = std::max<std::uint32_t>(1, boardChannelCount());
+    const std::uint32_t boardChannels = boardChannelCount();
+    const std::uint32_t portLimit = std::max<std::uint32_t>(1, boardChannels);
     if (!parseArguments(arguments, parameters, portLimit, patternRequested)) {
         printUsage(std::cerr, arguments.empty() ? std::string() : arguments[0], portLimit);
         return kExitFailure;
@@ -143,6 +175,16 @@ int mainRoutine(const std::vector<std::string>& arguments) {
         throw std::runtime_error("Could not find firmware root path");
     }
     const std::string portName = composePortName(parameters.fourHdQuads, parameters.sdiPort);
+    if (const std::optional<std::string> problem = system::ipc::v2::objectAccessProblem()) {
+        std::cerr << *problem << std::endl;
+        return kExitFailure;
+    }
+    // One run per port, claimed before the log file and the named objects of the port. A run
+    // with a board claims the port once its stream is open (runCapturePath).
+    system::ipc::v2::ProcessClaim portClaim;
+    if ((patternRequested || boardChannels == 0) && !claimPort(portName, portClaim)) {
+        return kExitFailure;
+    }
     // An installer would have made the Logs directory; make it when it is missing.
     system::file::v2::createDirectories(firmwareRoot + "/Logs");
     fileSink.SetFile(firmwareRoot + "/Logs/sdi_tap." + portName + ".log");

@@ -3,7 +3,8 @@
 //   pattern_loop_helper <portName> <videoFormat> <bitDepth> <stderrFile> [sampling code of pair 0 ...]
 //
 // SIGINT and SIGTERM clear the run flag, as the daemon's console handler does. What the loop
-// writes to the standard error stream goes to <stderrFile>.
+// writes to the standard error stream goes to <stderrFile>; a failure of the loop is written there
+// as "Exception:<text>" and ends the helper with exit code 1, as the daemon's guard does.
 #include <array>
 #include <atomic>
 #include <cstdarg>
@@ -52,8 +53,14 @@ int main(int argc, char** argv) {
     std::streambuf* original = std::cerr.rdbuf(errors.rdbuf());
     ovtx::system::process::v1::setConsoleControlHandler(clearKeepRunning);
     StandardErrorLogger logger;
-    ovtx::pattern::pattern_source::v1::PatternLoop(argv[1], std::stoi(argv[2]), std::stoi(argv[3]), sampling,
-                                                   logger, keepRunning);
+    int exitCode = 0;
+    try {
+        ovtx::pattern::pattern_source::v1::PatternLoop(argv[1], std::stoi(argv[2]), std::stoi(argv[3]),
+                                                       sampling, logger, keepRunning);
+    } catch (const std::exception& e) {  // as the daemon's guard reports it
+        std::cerr << "Exception:" << e.what() << std::endl;
+        exitCode = 1;
+    }
     std::cerr.rdbuf(original);
-    return 0;
+    return exitCode;
 }
