@@ -134,21 +134,36 @@ TEST_F(RunIsolationTest, SecondRunOnARunningPort_EndsWithExitOneAndLeavesTheFirs
 
 TEST_F(RunIsolationTest, ReaderStoppedHoldingTheVideoMutex_PublishingGoesOnAndAStopEndsTheRunWithinASecond) {
     PipedChild daemon = startPublishing(kPal);
-    SimulcastReader audio;
+    SimulcastReader audio, video;
     openWhenReady(audio, records::kAudioPrefix);
+    openWhenReady(video, records::kVideoPrefix);
+    ASSERT_TRUE(readVideoHeader(video).delivered);
     PipedChild paused = startIpcHelper();
     ASSERT_EQ(paused.ask("mutex " + channel(records::kVideoPrefix) + "_MUTEX_DATA"), "ok");
-    ASSERT_EQ(paused.ask("lock"), "ok");
-    ASSERT_TRUE(paused.kill(PipedChild::Signal::Stop));
+    const auto pause = [&] {
+        ASSERT_EQ(paused.ask("lock"), "ok");
+        ASSERT_TRUE(paused.kill(PipedChild::Signal::Stop));
+    };
+    pause();
 
     expectContinuousAudio(audio, 50);  // two seconds of the other channels
 
+    // Once the reader lets go, the first video record after the gap says so.
+    ASSERT_TRUE(paused.kill(PipedChild::Signal::Continue));
+    ASSERT_EQ(paused.ask("unlock"), "ok");
+    Record record = readVideoHeader(video);
+    for (int i = 0; i < 40 && record.delivered && !record.discontinuity; ++i) {
+        record = readVideoHeader(video);
+    }
+    ASSERT_TRUE(record.discontinuity);
+    EXPECT_EQ(record.header.discontinuity, 1);
+
+    pause();
     NamedEvent stop = NamedEvent::open(channel(records::kStopEventPrefix));
     ASSERT_TRUE(stop.set());
     EXPECT_EQ(daemon.wait(1s), ExitStatus::exitedWith(0)) << "the stop waits for no reader";
     EXPECT_TRUE(logHas("Simulcast " + channel(records::kVideoPrefix) +
                        ": a reader held the channel for over a frame, 1 record(s) skipped"));
-
     ASSERT_TRUE(paused.kill(PipedChild::Signal::Continue));
 }
 

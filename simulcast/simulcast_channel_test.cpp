@@ -335,6 +335,18 @@ TEST_F(SimulcastChannelTest, ReaderKeepsDataMutex_WriterSkipsWithinTheTimeoutAnd
     EXPECT_EQ(afterGap.payload, 6u) << "sequence numbers 3 to 5 were skipped";
 }
 
+TEST_F(SimulcastChannelTest, ObjectRefusedToAReader_IsNamedWhileAnAbsentRunIsNot) {
+    SimulcastReader reader;
+    EXPECT_FALSE(reader.open(m_name.c_str()));
+    EXPECT_EQ(reader.openFailure(), "") << "no run yet is no failure to report";
+
+    const std::filesystem::path blocker = "/dev/shm/" + m_name + "_MAP_PARAM";
+    ASSERT_TRUE(std::filesystem::create_directory(blocker));
+    EXPECT_FALSE(reader.open(m_name.c_str()));
+    EXPECT_EQ(reader.openFailure(), m_name + "_MAP_PARAM: Is a directory");
+    std::filesystem::remove(blocker);
+}
+
 TEST_F(SimulcastChannelTest, EveryHolderKilled_FreshOpenAndCloseLeaveNothing) {
     PipedChild& writer = startHelper();
     PipedChild& reader = startHelper();

@@ -81,6 +81,11 @@ SysError unlinkIfLinked(const std::string& path, int fd) {
 
 enum class Attempt { Held, Retry, Failed };
 
+bool isDirectory(const std::string& path) {
+    struct stat status {};
+    return ::lstat((kShmDirectory + path).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 // Removes whatever stands under `path` so that a fresh object can take the name: a holder's file
 // is unlinked under its guard byte (openers and closers of it then see it gone), anything else
 // that is not a directory (a link, a FIFO) is simply unlinked. ENOENT is success.
@@ -122,6 +127,9 @@ Attempt tryToHold(const std::string& path, OpenMode mode, const ObjectStep& init
     const int fd = static_cast<int>(
         posixCall(error, "shm_open", [&] { return ::shm_open(path.c_str(), flags, 0666); }, {EEXIST}));
     if (fd < 0) {
+        if (error.code == EINVAL && isDirectory(path)) {  // glibc words a directory EINVAL
+            error.code = EISDIR;
+        }
         return error ? Attempt::Failed : Attempt::Retry;  // EEXIST: another opener was first
     }
     if ((error = waitForLock(fd, F_WRLCK, kGuardByte))) {
