@@ -81,10 +81,19 @@ SysError applyObjectAccess(int fd) {
     if (access.problem) {
         return sysError(EINVAL, "getenv(SDI_TAP_SHM_*)");
     }
-    if (access.group) {
+    if (!access.group && !access.mode) {
+        return error;
+    }
+    // A stale file that another user left with the right group and mode is taken as it is: only
+    // its owner could change them.
+    struct stat status {};
+    if (posixCall(error, "fstat", [&] { return ::fstat(fd, &status); }) != 0) {
+        return error;
+    }
+    if (access.group && status.st_gid != *access.group) {
         posixCall(error, "fchown", [&] { return ::fchown(fd, static_cast<uid_t>(-1), *access.group); });
     }
-    if (access.mode) {
+    if (access.mode && (status.st_mode & 07777) != *access.mode) {
         posixCall(error, "fchmod", [&] { return ::fchmod(fd, *access.mode); });
     }
     return error;
