@@ -132,21 +132,11 @@ std::int32_t SimulcastReader::maxChunkBytes() const {
 }
 
 SimulcastReader::WaitResult SimulcastReader::lockData(std::uint32_t timeoutMs) {
-    if (timeoutMs == kWaitForever) {
-        return m_dataMutex.lock() ? WaitResult::Acquired : WaitResult::Failed;
-    }
     return m_dataMutex.lockFor(std::chrono::milliseconds(timeoutMs));
 }
 
 SimulcastReader::WaitResult SimulcastReader::waitForChunk(std::uint32_t timeoutMs) {
-    if (timeoutMs != kWaitForever) {
-        return m_chunkEvent.wait(std::chrono::milliseconds(timeoutMs));
-    }
-    WaitResult result = WaitResult::TimedOut;
-    while (result == WaitResult::TimedOut) {
-        result = m_chunkEvent.wait(std::chrono::hours(1));
-    }
-    return result;
+    return m_chunkEvent.wait(std::chrono::milliseconds(timeoutMs));
 }
 
 std::int32_t SimulcastReader::blockWriteIndex() const {

@@ -94,6 +94,7 @@ class SimulcastReader {
     // Lets the old objects go and opens the current ones; false while the new run isn't there.
     bool reattach();
     const SimulcastParams* params() const { return static_cast<const SimulcastParams*>(m_paramView.data()); }
+    // Each wait is one slice of a read, never without a limit.
     WaitResult lockData(std::uint32_t timeoutMs);
     WaitResult waitForChunk(std::uint32_t timeoutMs);
     std::int32_t blockWriteIndex() const;
