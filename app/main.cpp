@@ -1,8 +1,11 @@
 #include "app/main.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 
 #include "app/run_parameters.h"
@@ -14,6 +17,8 @@
 #include "pattern/pattern_loop.h"
 #include "system/console/standard_error.h"
 #include "system/file/file.h"
+#include "system/ipc/object_access.h"
+#include "system/ipc/process_claim.h"
 #include "system/process/process.h"
 #include "system/registry/registry.h"
 #include "system/sdi/deltacast_io/device_api.h"
@@ -61,8 +66,11 @@ void deleteCaptureEngine() {
     delete captureEngine.exchange(nullptr);
 }
 
+// A run with a board found its port served by another run; claimPort has said so.
+struct PortServedElsewhere {};
+
 void runCapturePath(const RunParameters& parameters, const std::string& portName, device::DeviceApi& api,
-                    ILogger& logger) {
+                    ILogger& logger, system::ipc::v2::ProcessClaim& portClaim) {
     captureEngine.store(new SdiTap(portName));
     std::atexit(&deleteCaptureEngine);
     // The engine's first steps, as far as the input stream: the slot loop is not built yet.
@@ -74,14 +82,20 @@ void runCapturePath(const RunParameters& parameters, const std::string& portName
     const std::size_t port = parameters.fourHdQuads ? 0 : static_cast<std::size_t>(parameters.sdiPort);
     const device::DeviceHandle stream =
         device::openStream(api, board, device::kPortNumbers.at(port).streamType);
+    // The port is claimed once its stream is open, so that a stream another process holds still
+    // ends with exit code 100 where the board reports it.
+    const bool claimed = claimPort(portName, portClaim);
     api.closeStreamHandle(stream);
     api.closeBoardHandle(board);
+    if (!claimed) {
+        throw PortServedElsewhere{};
+    }
     throw std::runtime_error("The capture loop is not available in this build");
 }
 
 // What the main routine's own guard covers: the board report, the choice of path and both paths.
 void runGuardedRegion(const RunParameters& parameters, const std::string& portName, bool patternRequested,
-                      ILogger& logger) {
+                      ILogger& logger, system::ipc::v2::ProcessClaim& portClaim) {
     device::DeviceApi& api = deviceApiFromEnvironment();
     const device::BoardInfo boardInfo = device::getBoardReport(api);
     const bool boardPresent = boardInfo.ApiAvailable && boardInfo.NbSdiBoard >= 1;
@@ -98,10 +112,33 @@ void runGuardedRegion(const RunParameters& parameters, const std::string& portNa
         runPatternPath(parameters, portName, logger);
         return;
     }
-    runCapturePath(parameters, portName, api, logger);
+    runCapturePath(parameters, portName, api, logger, portClaim);
 }
 
 }  // namespace
+
+bool claimPort(const std::string& portName, system::ipc::v2::ProcessClaim& claim) {
+    using system::ipc::v2::ProcessClaim;
+    if (claim.held()) {
+        return true;
+    }
+    const std::string name = kPortClaimPrefix + portName;
+    claim = ProcessClaim::take(name);
+    if (claim.held()) {
+        return true;
+    }
+    if (claim.error() != EADDRINUSE) {
+        std::cerr << "Could not claim port " << portName << ": " << std::strerror(claim.error()) << std::endl;
+        return false;
+    }
+    const std::optional<int> holder = ProcessClaim::holder(name);
+    std::cerr << "Port " << portName << " is already served by "
+              << (holder ? "sdi_tap process " + std::to_string(*holder)
+                         : std::string("another sdi_tap process"))
+              << "; this run ends and leaves it untouched (stop it first with sdi_tap_stop " << portName
+              << ")" << std::endl;
+    return false;
+}
 
 void consoleControlHandler() {
     if (SdiTap* engine = captureEngine.load()) {
@@ -145,7 +182,8 @@ int mainRoutine(const std::vector<std::string>& arguments) {
     log::log_perf::v4::LibLogPerf logger;
     logger.AddSink(&consoleSink);
 
-    const std::uint32_t portLimit = std::max<std::uint32_t>(1, boardChannelCount());
+    const std::uint32_t boardChannels = boardChannelCount();
+    const std::uint32_t portLimit = std::max<std::uint32_t>(1, boardChannels);
     if (!parseArguments(arguments, parameters, portLimit, patternRequested)) {
         printUsage(std::cerr, arguments.empty() ? std::string() : arguments[0], portLimit);
         return kExitFailure;
@@ -158,6 +196,16 @@ int mainRoutine(const std::vector<std::string>& arguments) {
         throw std::runtime_error("Could not find firmware root path");
     }
     const std::string portName = composePortName(parameters.fourHdQuads, parameters.sdiPort);
+    if (const std::optional<std::string> problem = system::ipc::v2::objectAccessProblem()) {
+        std::cerr << *problem << std::endl;
+        return kExitFailure;
+    }
+    // One run per port, claimed before the log file and the named objects of the port. A run
+    // with a board claims the port once its stream is open (runCapturePath).
+    system::ipc::v2::ProcessClaim portClaim;
+    if ((patternRequested || boardChannels == 0) && !claimPort(portName, portClaim)) {
+        return kExitFailure;
+    }
     // An installer would have made the Logs directory; make it when it is missing.
     system::file::v2::createDirectories(firmwareRoot + "/Logs");
     fileSink.SetFileSizeLimit(log::log_perf::v4::kDaemonLogFileSizeLimit);
@@ -166,7 +214,9 @@ int mainRoutine(const std::vector<std::string>& arguments) {
     system::process::v1::raiseToRealtimePriority();
 
     try {
-        runGuardedRegion(parameters, portName, patternRequested, logger);
+        runGuardedRegion(parameters, portName, patternRequested, logger, portClaim);
+    } catch (const PortServedElsewhere&) {
+        return kExitFailure;
     } catch (const device::DeltacastException& e) {
         std::cerr << "Deltacast exception:" << e.what() << std::endl;
         return e.code == device::kDeviceStreamAlreadyUsed ? kExitStreamAlreadyUsed : kExitFailure;

@@ -4,14 +4,17 @@
 //
 //   int main(int argc, char** argv) { return ovtx::app::sdi_tap::v1::processEntry(argc, argv); }
 //
-// Exit codes: 0 normal end (also a pattern run that could not open its channels), 1 bad command
-// line, missing installation root or any exception, 100 device stream already used elsewhere.
+// Exit codes: 0 normal end (also a pattern run whose channel was declined before any object was
+// touched), 1 bad command line, missing installation root, a port another run serves, a named
+// object the system refused, or any exception, 100 device stream already used elsewhere.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "system/ipc/process_claim.h"
 
 namespace ovtx::app::sdi_tap::v1 {
 
@@ -34,6 +37,14 @@ void consoleControlHandler();
 bool findFirmwareRoot(std::string& root);
 // The root in a Pathname value: everything ahead of the first "/App", or the whole value.
 std::string firmwareRootFromPathname(const std::string& pathname);
+
+// Every run claims its port under this name followed by portName (see ProcessClaim).
+inline constexpr char kPortClaimPrefix[] = "sdi_tap.port.";
+
+// Takes the claim of the port `portName` into `claim`, unless it holds it already. When another
+// process holds it, writes "Port <port> is already served by sdi_tap process <pid>; ..." to the
+// standard error stream and returns false; the other run is not touched.
+bool claimPort(const std::string& portName, system::ipc::v2::ProcessClaim& claim);
 
 // "4K" in four-quadrant mode, otherwise the port in decimal.
 std::string composePortName(bool fourHdQuads, std::int32_t sdiPort);

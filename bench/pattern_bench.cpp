@@ -100,7 +100,7 @@ void runShared(int code, int bitDepth, double budgetSeconds) {
     PatternFrames frames(format, bitDepth, kAutoSampling, patternCaptionEntries(format.period));
     const std::string portName = "pattern_bench_" + std::to_string(Clock::now().time_since_epoch().count());
     PatternChannels channels;
-    if (!channels.open(portName, pictureBytes(format, bitDepth))) {
+    if (!channels.open(portName, pictureBytes(format, bitDepth), std::chrono::milliseconds(40))) {
         std::printf("could not open the channels of %s\n", portName.c_str());
         return;
     }

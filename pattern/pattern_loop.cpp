@@ -1,9 +1,13 @@
 #include "pattern/pattern_loop.h"
 
+#include <algorithm>
+#include <cmath>
+#include <cstring>
 #include <iomanip>
 #include <iostream>
 #include <optional>
 #include <sstream>
+#include <stdexcept>
 #include <thread>
 
 #include "pattern/caption_source.h"
@@ -43,6 +47,31 @@ class LoopEnvironment final : public IPaceEnvironment {
     const std::atomic<bool>& m_keepRunning;
 };
 
+constexpr std::chrono::milliseconds kFormatBlockLockTimeout{1000};
+
+// The frame period rounded up to whole milliseconds, at least one.
+std::chrono::milliseconds wholeMilliseconds(const FrameRational& period) {
+    const auto milliseconds = static_cast<std::int64_t>(std::ceil(period.toDouble() * 1000.0));
+    return std::chrono::milliseconds(std::max<std::int64_t>(1, milliseconds));
+}
+
+// The run's stop event. The run has its port to itself (the caller holds the port's claim), so a
+// stop request that outlived an earlier run, because another process held the event when it was
+// set, is cleared here instead of ending this run at once.
+NamedEvent openStopEvent(const std::string& portName, ovtx::log::i_logger::v0::ILogger& logger) {
+    NamedEvent stopEvent = NamedEvent::createOrJoin(records::channelName(records::kStopEventPrefix, portName),
+                                                    NamedEvent::Reset::Manual, false);
+    if (!stopEvent.valid()) {
+        throw std::runtime_error("Can't create stop event " + stopEvent.name() + ": " +
+                                 std::strerror(stopEvent.error()));
+    }
+    if (stopEvent.wait(std::chrono::milliseconds(0)) == WaitResult::Acquired) {
+        stopEvent.reset();
+        logger.Log(1, "Stop event %s was still set from an earlier run; cleared", stopEvent.name().c_str());
+    }
+    return stopEvent;
+}
+
 void announce(const PatternFormat& format) {
     std::ostringstream rate;
     rate << std::setprecision(4) << format.period.inverted().toDouble();
@@ -58,28 +87,39 @@ void PatternLoop(const std::string& portName, int videoFormat, int bitDepth,
                  const std::atomic<bool>& keepRunning) {
     const PatternFormat format = patternFormat(videoFormat);
     announce(format);
+    const std::chrono::milliseconds framePeriod = wholeMilliseconds(format.period);
 
-    NamedEvent stopEvent = NamedEvent::createOrJoin(records::channelName(records::kStopEventPrefix, portName),
-                                                    NamedEvent::Reset::Manual, false);
+    NamedEvent stopEvent = openStopEvent(portName, logger);
 
     GenericSharedMemory formatBlock(records::channelName(records::kVideoFormatPrefix, portName),
                                     records::kPatternFormatBlockBytes);
-    formatBlock.lock();
+    const bool formatLocked = formatBlock.lockFor(kFormatBlockLockTimeout);
+    if (!formatLocked) {
+        logger.Log(1, "Format block of port %s held by another process; written without its mutex",
+                   portName.c_str());
+    }
     // The block is asked for with 4 bytes and holds 8: the mapping's page has room for both fields.
     *static_cast<records::FormatBlock*>(formatBlock.view()) = {videoFormat, bitDepth};
-    formatBlock.unlock();
+    if (formatLocked) {
+        formatBlock.unlock();
+    }
 
     GenericSharedMemory clockBlock(records::channelName(records::kClockPrefix, portName),
                                    records::kClockBlockBytes);
     auto* clock = static_cast<records::ClockBlock*>(clockBlock.view());
-    clockBlock.lock();
-    clock->clock = 0;
-    clockBlock.unlock();
+    if (clockBlock.lockFor(framePeriod)) {
+        clock->clock = 0;
+        clockBlock.unlock();
+    }
 
     PatternChannels channels;
-    if (!channels.open(portName, pictureBytes(format, bitDepth))) {
+    if (!channels.open(portName, pictureBytes(format, bitDepth), framePeriod)) {
         std::cerr << "Could not open simulcast" << std::endl;
+        const std::string failure = channels.failure();
         channels.close();
+        if (!failure.empty()) {  // refused by the system: no success for a supervisor to see
+            throw std::runtime_error("Could not open simulcast " + failure);
+        }
         return;
     }
 
@@ -97,9 +137,12 @@ void PatternLoop(const std::string& portName, int videoFormat, int bitDepth,
 
     pacer.run([&](std::int64_t f) {
         channels.publishFrame(*frames, f);
-        clockBlock.lock();
-        clock->clock = frames->startTime(f);
-        clockBlock.unlock();
+        channels.logSkips(logger);
+        // A consumer that keeps the clock's mutex costs the clock this frame's update, not the pace.
+        if (clockBlock.lockFor(framePeriod)) {
+            clock->clock = frames->startTime(f);
+            clockBlock.unlock();
+        }
         if (const std::string text = counter.textAfterFrame(f); !text.empty()) {
             std::cerr << text << std::flush;
         }

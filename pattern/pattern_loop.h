@@ -12,9 +12,15 @@
 // Set-up writes "Switched to beep stub mode", "Resolution: ..." and "Framerate: ..." to the
 // standard error stream, then the frame counter (frame_counter.h): "\rGenerated frame #<n>" for
 // every frame on a terminal, a line a minute elsewhere. When a channel can't be
-// opened it writes "Could not open simulcast", closes what it opened and returns normally, so that
-// the program ends with exit code 0. A shared block that can't be created throws
-// std::runtime_error (from GenericSharedMemory).
+// opened it writes "Could not open simulcast" and closes what it opened. If the system refused
+// one of the channel's objects (a directory in its place, no permission, no room), it then throws
+// std::runtime_error naming the channel, the object and the reason, so that the program ends
+// with exit code 1; only a channel declined before any object was touched returns normally, for
+// exit code 0. The stop event and shared blocks that can't be created throw std::runtime_error.
+//
+// The caller holds the port's claim: the run has its port to itself, and clears a stop event
+// left set by an earlier run. No reader can hold the loop up for longer than a frame period:
+// see PatternChannels.
 #pragma once
 
 #include <atomic>

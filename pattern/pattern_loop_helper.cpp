@@ -2,8 +2,10 @@
 //
 //   pattern_loop_helper <portName> <videoFormat> <bitDepth> <stderrFile> [sampling code of pair 0 ...]
 //
-// SIGINT and SIGTERM clear the run flag, as the daemon's console handler does. The standard error
-// stream goes to <stderrFile>, a file and no terminal, so the frame counter writes a line a minute.
+// SIGINT and SIGTERM clear the run flag, as the daemon's console handler does. What the loop
+// writes to the standard error stream goes to <stderrFile>, a file and no terminal, so the frame
+// counter writes a line a minute; a failure of the loop is written there
+// as "Exception:<text>" and ends the helper with exit code 1, as the daemon's guard does.
 #include <array>
 #include <atomic>
 #include <cstdarg>
@@ -53,7 +55,13 @@ int main(int argc, char** argv) {
     }
     ovtx::system::process::v1::setConsoleControlHandler(clearKeepRunning);
     StandardErrorLogger logger;
-    ovtx::pattern::pattern_source::v1::PatternLoop(argv[1], std::stoi(argv[2]), std::stoi(argv[3]), sampling,
-                                                   logger, keepRunning);
-    return 0;
+    int exitCode = 0;
+    try {
+        ovtx::pattern::pattern_source::v1::PatternLoop(argv[1], std::stoi(argv[2]), std::stoi(argv[3]),
+                                                       sampling, logger, keepRunning);
+    } catch (const std::exception& e) {  // as the daemon's guard reports it
+        std::cerr << "Exception:" << e.what() << std::endl;
+        exitCode = 1;
+    }
+    return exitCode;
 }

@@ -2,6 +2,7 @@
 // simulcast_test_helper processes on the other.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -75,8 +76,11 @@ class SimulcastChannelTest : public ::testing::Test {
     };
     static LocalRead readHere(SimulcastReader& reader, std::uint32_t timeoutMs, std::int32_t bytes = 8) {
         LocalRead result;
+        std::vector<std::uint8_t> buffer(
+            std::max<std::size_t>(static_cast<std::size_t>(std::max(bytes, 0)), 8));
         result.delivered =
-            reader.read(&result.payload, bytes, timeoutMs, result.discontinuity, result.timedOut);
+            reader.read(buffer.data(), bytes, timeoutMs, result.discontinuity, result.timedOut);
+        std::memcpy(&result.payload, buffer.data(), sizeof result.payload);
         return result;
     }
 
@@ -233,31 +237,43 @@ TEST_F(SimulcastChannelTest, ReaderFallsBehindRing_DiscontinuityThenIndexOrder) 
     EXPECT_EQ(reader.ask("read 8 0"), "timeout");
 }
 
-TEST_F(SimulcastChannelTest, WriterRestartsWithReaderAttached_Discontinuity) {
+// A new run makes the channel afresh, here with larger chunks: the attached reader reads the old
+// run to its end, reattaches by itself and gets nothing of the old ring twice.
+TEST_F(SimulcastChannelTest,
+       WriterRestartsWithOtherSizesAndReaderAttached_ReaderReattachesWithDiscontinuity) {
     SimulcastReader reader;
     PipedChild& first = startHelper();
     ASSERT_EQ(first.ask("wopen " + openCommand(8, 64)), "ok");
     ASSERT_TRUE(reader.open(m_name.c_str()));
     EXPECT_TRUE(readHere(reader, 0).timedOut);
-    ASSERT_EQ(first.ask("write 2"), "ok");
-    ASSERT_TRUE(readHere(reader, 10000).delivered);
-    const LocalRead second = readHere(reader, 10000);
-    ASSERT_TRUE(second.delivered);
-    EXPECT_FALSE(second.discontinuity);
-    ASSERT_EQ(first.ask("wclose"), "ok");
+    ASSERT_EQ(first.ask("write 5"), "ok");
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_TRUE(readHere(reader, 10000).delivered);
+    }
+    ASSERT_EQ(first.ask("write 2"), "ok");  // not read yet when the run ends
     ASSERT_EQ(first.ask("exit"), "<no answer>");
 
     PipedChild& restarted = startHelper();
-    ASSERT_EQ(restarted.ask("wopen " + openCommand(8, 64)), "ok");
-    ASSERT_EQ(restarted.ask("write 1"), "ok");
-    // The reader stands on index 2, cleared by the restart and not written since.
-    const LocalRead afterRestart = readHere(reader, 10000);
+    ASSERT_EQ(restarted.ask("wopen " + openCommand(8, 256)), "ok");
+    for (const std::uint64_t oldRecord : {7u, 8u}) {  // the old run's last records, then its end
+        const LocalRead late = readHere(reader, 10000);
+        ASSERT_TRUE(late.delivered);
+        EXPECT_EQ(late.payload, oldRecord);
+        EXPECT_FALSE(late.discontinuity);
+    }
+    EXPECT_TRUE(readHere(reader, 300).timedOut) << "nothing of the old ring is delivered twice";
+    EXPECT_EQ(reader.maxChunkBytes(), 256) << "reattached to the new run";
+    ASSERT_EQ(restarted.ask("write 2"), "ok");
+    const LocalRead afterRestart = readHere(reader, 10000, 200);
     ASSERT_TRUE(afterRestart.delivered);
     EXPECT_TRUE(afterRestart.discontinuity);
-    EXPECT_EQ(reader.lastSequence(), 0);
+    EXPECT_EQ(afterRestart.payload, 2u) << "the new run's first chunk";
+    const LocalRead next = readHere(reader, 10000, 200);
+    ASSERT_TRUE(next.delivered);
+    EXPECT_FALSE(next.discontinuity);
 }
 
-TEST_F(SimulcastChannelTest, WriterKilledHoldingDataMutex_ReaderGoesOn) {
+TEST_F(SimulcastChannelTest, WriterKilledHoldingDataMutex_ReaderGoesOnWithTheSuccessor) {
     PipedChild& writer = startHelper();
     ASSERT_EQ(writer.ask("wopen " + openCommand(8, 64)), "ok");
     SimulcastReader reader;
@@ -278,10 +294,57 @@ TEST_F(SimulcastChannelTest, WriterKilledHoldingDataMutex_ReaderGoesOn) {
 
     SimulcastWriter successor;
     ASSERT_TRUE(successor.open(8, 64, m_name.c_str()));
-    writeChunks(successor, 2);  // the mutex the dead writer held works for the successor
+    EXPECT_TRUE(readHere(reader, 300).timedOut);  // reattaches, nothing new yet
+    writeChunks(successor, 2);
     const LocalRead fromSuccessor = readHere(reader, 10000);
     ASSERT_TRUE(fromSuccessor.delivered);
-    EXPECT_EQ(fromSuccessor.payload, 3u);
+    EXPECT_TRUE(fromSuccessor.discontinuity);
+    EXPECT_EQ(fromSuccessor.payload, 2u);
+}
+
+// A reader stopped while it holds the data mutex costs the writer one lock timeout, then nothing;
+// the chunks it could not write show as a discontinuity once the reader lets go.
+TEST_F(SimulcastChannelTest, ReaderKeepsDataMutex_WriterSkipsWithinTheTimeoutAndMarksTheGap) {
+    SimulcastWriter writer;
+    writer.setLockTimeout(50ms);
+    ASSERT_TRUE(writer.open(8, 64, m_name.c_str()));
+    SimulcastReader reader;
+    ASSERT_TRUE(reader.open(m_name.c_str()));
+    EXPECT_TRUE(readHere(reader, 0).timedOut);
+    writeChunks(writer, 1);
+    ASSERT_TRUE(readHere(reader, 10000).delivered);
+
+    PipedChild& holder = startHelper();
+    ASSERT_EQ(holder.ask("hold " + m_name + "_MUTEX_DATA"), "ok");
+    ASSERT_TRUE(holder.kill(PipedChild::Signal::Stop));
+    const auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(writer.beginChunk(), nullptr);
+    EXPECT_EQ(writer.beginChunk(), nullptr);
+    EXPECT_EQ(writer.beginChunk(), nullptr);
+    const auto waited = std::chrono::steady_clock::now() - started;
+    EXPECT_GE(waited, 50ms);
+    EXPECT_LT(waited, 2s) << "only the first attempt waits";
+    EXPECT_EQ(writer.skippedChunks(), 3u);
+
+    ASSERT_TRUE(holder.kill(PipedChild::Signal::Continue));
+    ASSERT_EQ(holder.ask("release"), "ok");
+    writeChunks(writer, 1);
+    const LocalRead afterGap = readHere(reader, 10000);
+    ASSERT_TRUE(afterGap.delivered);
+    EXPECT_TRUE(afterGap.discontinuity);
+    EXPECT_EQ(afterGap.payload, 6u) << "sequence numbers 3 to 5 were skipped";
+}
+
+TEST_F(SimulcastChannelTest, ObjectRefusedToAReader_IsNamedWhileAnAbsentRunIsNot) {
+    SimulcastReader reader;
+    EXPECT_FALSE(reader.open(m_name.c_str()));
+    EXPECT_EQ(reader.openFailure(), "") << "no run yet is no failure to report";
+
+    const std::filesystem::path blocker = "/dev/shm/" + m_name + "_MAP_PARAM";
+    ASSERT_TRUE(std::filesystem::create_directory(blocker));
+    EXPECT_FALSE(reader.open(m_name.c_str()));
+    EXPECT_EQ(reader.openFailure(), m_name + "_MAP_PARAM: Is a directory");
+    std::filesystem::remove(blocker);
 }
 
 TEST_F(SimulcastChannelTest, EveryHolderKilled_FreshOpenAndCloseLeaveNothing) {

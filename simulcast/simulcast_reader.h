@@ -14,10 +14,18 @@
 //       else if (timedOut) { ...the writer is idle or gone... }
 //   }
 //
-// A reader is meant for one thread. Failures are results, nothing throws.
+// A reader follows its channel across restarts of the run: when a new run has made the channel's
+// objects afresh, `read` lets the old ones go and attaches to the new ones by itself (within
+// about 100 ms of waiting), starting with the first chunk written after that, and the first
+// chunk it delivers then carries `discontinuity`. A chunk that the ring held before is never
+// delivered. While the new run is not there yet, reads time out and `isOpen` is false.
+//
+// A reader is meant for one thread. Failures are results, nothing throws; `openFailure` tells
+// why an open failed when the reason is not simply that no run is there yet.
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "simulcast/simulcast_params.h"
@@ -41,15 +49,21 @@ class SimulcastReader {
     bool open(const char* name);
 
     // Copies the first `numBytes` bytes of the next chunk to `buffer`, waiting up to `timeoutMs`
-    // for each of the mutex and the chunk event (kWaitForever: no limit). True when a chunk was
-    // delivered; `timedOut` tells a timeout from other failures, such as `numBytes` negative or
-    // above maxChunkBytes. The first read starts with the first chunk written after it.
+    // in all (kWaitForever: no limit). True when a chunk was delivered; `timedOut` tells a
+    // timeout from other failures, such as `numBytes` negative or above maxChunkBytes (which a
+    // reattachment to a run with smaller chunks may bring about: ask maxChunkBytes again). The
+    // first read starts with the first chunk written after it.
     bool read(void* buffer, std::int32_t numBytes, std::uint32_t timeoutMs, bool& discontinuity,
               bool& timedOut);
 
-    // Releases the channel's objects (also after a failed open). The chunk event stays until
-    // the destructor.
+    // Releases the channel's objects (also after a failed open) and stops following it. The
+    // chunk event stays until the destructor.
     void close();
+
+    // After a failed open: "<object>: <reason>" when the system refused one of the channel's
+    // objects (as "..._MAP_PARAM: Permission denied" for a run shared with no group this user
+    // has); empty when the channel is simply not there yet.
+    const std::string& openFailure() const { return m_openFailure; }
 
     bool isOpen() const { return m_opened; }
     // Sizes from the parameter block; 0 when not open.
@@ -65,9 +79,22 @@ class SimulcastReader {
     using NamedEvent = system::ipc::v2::NamedEvent;
     using WaitResult = system::ipc::v2::WaitResult;
 
+    enum class Step { Delivered, TimedOut, Failed };
+
     bool openUnderParameterMutex(const char* name);
     bool openDataRegion(const char* name);
+    bool openObjects(const char* name);
+    void closeObjects();
+    template <typename Object>
+    bool check(const Object& object);
+    // One attempt at a chunk, each wait bounded by `timeoutMs`.
+    Step readOnce(void* buffer, std::int32_t numBytes, std::uint32_t timeoutMs, bool& discontinuity);
+    // Whether a new run has made the channel's objects afresh since this reader opened.
+    bool replaced() const;
+    // Lets the old objects go and opens the current ones; false while the new run isn't there.
+    bool reattach();
     const SimulcastParams* params() const { return static_cast<const SimulcastParams*>(m_paramView.data()); }
+    // Each wait is one slice of a read, never without a limit.
     WaitResult lockData(std::uint32_t timeoutMs);
     WaitResult waitForChunk(std::uint32_t timeoutMs);
     std::int32_t blockWriteIndex() const;
@@ -87,6 +114,10 @@ class SimulcastReader {
     std::vector<std::uint8_t*> m_chunks;
     std::int32_t m_numChunks = 0;    // as laid out at open
     std::int32_t m_chunkStride = 0;  // as laid out at open; bounds every copy
+    std::string m_name;              // the channel followed, from the first successful open
+    bool m_following = false;        // opened once and not closed by the caller
+    bool m_reattached = false;       // the next chunk delivered follows a new run's start
+    std::string m_openFailure;
 };
 
 }  // namespace ovtx::simulcast::simulcast_channel::v1

@@ -11,6 +11,9 @@
 //   ropen NAME                open the reader                       -> ok | fail
 //   read BYTES TIMEOUT_MS     read one chunk -> ok SEQUENCE DISCONTINUITY PAYLOAD | timeout | fail
 //   rclose                    close the reader                       -> ok
+//   hold MUTEX                join the named mutex MUTEX and lock it, as a reader copying a
+//                             chunk does                             -> ok | fail
+//   release                   unlock and close it                    -> ok | fail
 //   exit                      leave with exit code 0
 #include <cstdint>
 #include <cstring>
@@ -99,6 +102,15 @@ class Helper {
             m_reader.close();
             return "ok";
         }
+        if (command == "hold") {
+            std::string name;
+            in >> name;
+            m_held = ipc::NamedMutex::createOrJoin(name);
+            return m_held.valid() && m_held.lock() ? "ok" : "fail";
+        }
+        if (command == "release") {
+            return m_held.unlock() && m_held.close() ? "ok" : "fail";
+        }
         return "unknown";
     }
 
@@ -132,6 +144,7 @@ class Helper {
     SimulcastWriter m_writer;
     PartialWriter m_partial;
     SimulcastReader m_reader;
+    ipc::NamedMutex m_held;
     std::int32_t m_chunkBytes = 0;
     std::vector<std::uint8_t> m_buffer;
 };

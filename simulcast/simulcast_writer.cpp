@@ -9,6 +9,8 @@
 
 namespace ovtx::simulcast::simulcast_channel::v1 {
 
+using system::ipc::v2::WaitResult;
+
 namespace {
 
 bool sizesAreUsable(std::int32_t numChunks, std::int32_t maxChunkBytes) {
@@ -29,6 +31,8 @@ bool SimulcastWriter::open(std::int32_t numChunks, std::int32_t maxChunkBytes, c
     if (m_opened || name == nullptr) {
         return false;
     }
+    m_failedObject.clear();
+    m_error = 0;
     // Sizes whose ring could not be mapped or addressed fail before anything is touched.
     if (!sizesAreUsable(numChunks, maxChunkBytes) || !openParameterBlock(numChunks, maxChunkBytes, name) ||
         !openDataRegion(numChunks, chunkStrideFor(maxChunkBytes), name)) {
@@ -37,23 +41,46 @@ bool SimulcastWriter::open(std::int32_t numChunks, std::int32_t maxChunkBytes, c
     }
     m_writeIndex = 0;
     params()->writeIndex = 0;
+    // Readers open the event last; a channel whose event can't be made can't be followed.
+    const std::string eventName = channelObjectName(name, kChunkReadySuffix);
+    m_chunkEvent = NamedEvent::createFresh(eventName, NamedEvent::Reset::Auto, false);
+    if (!check(m_chunkEvent, eventName)) {
+        close();
+        return false;
+    }
+    m_readerHolds = false;
     m_opened = true;
-    // A channel without its event still writes; readers then cannot open it.
-    m_chunkEvent =
-        NamedEvent::createOrJoin(channelObjectName(name, kChunkReadySuffix), NamedEvent::Reset::Auto, false);
     return true;
+}
+
+bool SimulcastWriter::fail(const std::string& object, int error) {
+    if (m_failedObject.empty()) {
+        m_failedObject = object;
+        m_error = error;
+    }
+    return false;
+}
+
+template <typename Object>
+bool SimulcastWriter::check(const Object& object, const std::string& name) {
+    return object.valid() || fail(name, object.error());
 }
 
 bool SimulcastWriter::openParameterBlock(std::int32_t numChunks, std::int32_t maxChunkBytes,
                                          const char* name) {
-    m_paramMapping = NamedMapping::createOrJoin(channelObjectName(name, kMapParamSuffix), kParamBlockBytes);
-    m_paramView = MappedView::map(m_paramMapping, kParamBlockBytes, MappedView::Access::ReadWrite);
-    if (!m_paramView.valid() || !detail::isChunkAligned(m_paramView.data())) {
+    const std::string mappingName = channelObjectName(name, kMapParamSuffix);
+    m_paramMapping = NamedMapping::createFresh(mappingName, kParamBlockBytes);
+    if (!check(m_paramMapping, mappingName)) {
         return false;
     }
-    m_paramMutex = NamedMutex::createOrJoin(channelObjectName(name, kMutexParamSuffix));
-    if (!m_paramMutex.valid() || !m_paramMutex.lock()) {
+    m_paramView = MappedView::map(m_paramMapping, kParamBlockBytes, MappedView::Access::ReadWrite);
+    if (!check(m_paramView, mappingName) || !detail::isChunkAligned(m_paramView.data())) {
         return false;
+    }
+    const std::string mutexName = channelObjectName(name, kMutexParamSuffix);
+    m_paramMutex = NamedMutex::createFresh(mutexName);
+    if (!check(m_paramMutex, mutexName) || !m_paramMutex.lock()) {
+        return fail(mutexName, m_paramMutex.error());
     }
     SimulcastParams* block = params();
     // The name field is filled without a terminator; a longer name is cut at the field's end.
@@ -62,17 +89,18 @@ bool SimulcastWriter::openParameterBlock(std::int32_t numChunks, std::int32_t ma
     block->numChunks = numChunks;
     block->maxChunkBytes = maxChunkBytes;
     block->chunkStride = chunkStrideFor(maxChunkBytes);
-    return m_paramMutex.unlock();
+    return m_paramMutex.unlock() || fail(mutexName, m_paramMutex.error());
 }
 
 bool SimulcastWriter::openDataRegion(std::int32_t numChunks, std::int32_t chunkStride, const char* name) {
     const std::uint64_t size = dataRegionSize(numChunks, chunkStride);
-    m_dataMapping = NamedMapping::createOrJoin(channelObjectName(name, kMapDataSuffix), size);
-    if (!m_dataMapping.valid()) {
+    const std::string mappingName = channelObjectName(name, kMapDataSuffix);
+    m_dataMapping = NamedMapping::createFresh(mappingName, size);
+    if (!check(m_dataMapping, mappingName)) {
         return false;
     }
     m_dataView = MappedView::map(m_dataMapping, size, MappedView::Access::ReadWrite, true);
-    if (!m_dataView.valid() || !detail::isChunkAligned(m_dataView.data())) {
+    if (!check(m_dataView, mappingName) || !detail::isChunkAligned(m_dataView.data())) {
         return false;
     }
     m_sequenceTable = static_cast<std::uint64_t*>(m_dataView.data());
@@ -80,12 +108,13 @@ bool SimulcastWriter::openDataRegion(std::int32_t numChunks, std::int32_t chunkS
         return false;
     }
     m_numChunks = numChunks;
-    m_dataMutex = NamedMutex::createOrJoin(channelObjectName(name, kMutexDataSuffix));
-    if (!m_dataMutex.valid() || !m_dataMutex.lock()) {
-        return false;
+    const std::string mutexName = channelObjectName(name, kMutexDataSuffix);
+    m_dataMutex = NamedMutex::createFresh(mutexName);
+    if (!check(m_dataMutex, mutexName) || !m_dataMutex.lock()) {
+        return fail(mutexName, m_dataMutex.error());
     }
     std::fill_n(m_sequenceTable, numChunks, std::uint64_t{0});
-    return m_dataMutex.unlock();
+    return m_dataMutex.unlock() || fail(mutexName, m_dataMutex.error());
 }
 
 void* SimulcastWriter::beginChunk() {
@@ -94,9 +123,20 @@ void* SimulcastWriter::beginChunk() {
     }
     // A second begin without a commit keeps the chunk it already holds instead of deadlocking.
     if (!m_chunkTaken) {
-        if (!m_dataMutex.lock()) {
+        // While a reader keeps the mutex, each further chunk is only tried, so that the writer
+        // keeps its pace on its other channels.
+        const auto timeout = m_readerHolds ? std::chrono::milliseconds(0) : m_lockTimeout;
+        const WaitResult result = m_dataMutex.lockFor(timeout);
+        if (result == WaitResult::TimedOut) {
+            m_readerHolds = true;
+            ++m_skippedChunks;
+            ++m_nextSequence;  // the gap in the numbers is the readers' discontinuity
             return nullptr;
         }
+        if (result != WaitResult::Acquired && result != WaitResult::Abandoned) {
+            return nullptr;
+        }
+        m_readerHolds = false;
         m_chunkTaken = true;
     }
     return m_chunks[static_cast<std::size_t>(m_writeIndex)];

@@ -11,10 +11,25 @@
 //       writer.commitChunk();
 //   }
 //
-// Only one thread of one process may write a channel. Failures are results, nothing throws.
+// The writer never waits on a reader without bound either: a reader that keeps the data mutex
+// longer than the lock timeout (a process stopped or hung while it copies a chunk) costs that
+// channel the chunk, not the writer its pace. `beginChunk` then yields null, the sequence number
+// of the skipped chunk is left out so that readers see a discontinuity at the next one, and while
+// the reader keeps the mutex each further chunk is tried without waiting:
+//
+//   writer.setLockTimeout(std::chrono::milliseconds(40));   // about one frame period
+//   if (!writer.beginChunk()) { ...skipped; writer.skippedChunks() counts them... }
+//
+// Each open makes the channel's objects afresh, so that a run never inherits a previous run's
+// sizes or records: readers still attached to the old objects keep them, see no more chunks, and
+// the reader reattaches to the new ones by itself. Only one thread of one process may write a
+// channel. Failures are results, nothing throws; `failedObject` and `error` tell why an open
+// failed.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "simulcast/simulcast_params.h"
@@ -30,12 +45,17 @@ class SimulcastWriter {
     // Closes if open, then closes the chunk event.
     ~SimulcastWriter();
 
-    // Creates or joins the channel's objects and clears its ring. False, with no effect, when
-    // the writer is open already or `name` is null; false as well when a step fails, among them
-    // an odd `numChunks`, which leaves the chunks off their 16-byte boundary.
+    // Creates the channel's objects afresh (see above) with a clear ring. False, with no
+    // effect, when the writer is open already or `name` is null; false as well when a step
+    // fails, among them an odd `numChunks`, which leaves the chunks off their 16-byte boundary,
+    // and sizes whose ring the layout can't describe (error() 0 then).
     bool open(std::int32_t numChunks, std::int32_t maxChunkBytes, const char* name);
 
-    // Takes the data mutex (no timeout) and yields the chunk to fill; null when not open.
+    // How long beginChunk waits for a reader to release the data mutex; 40 ms unless set.
+    void setLockTimeout(std::chrono::milliseconds timeout) { m_lockTimeout = timeout; }
+
+    // Takes the data mutex and yields the chunk to fill; null when not open, and when a reader
+    // kept the mutex beyond the lock timeout (the chunk is skipped, see above).
     void* beginChunk();
 
     // Numbers the chunk taken by `beginChunk`, moves the write index, releases the data mutex and
@@ -48,6 +68,13 @@ class SimulcastWriter {
     bool isOpen() const { return m_opened; }
     // Sequence number that the next committed chunk carries; 2 for a fresh writer, kept by open.
     std::uint64_t nextSequence() const { return m_nextSequence; }
+    // Chunks skipped because a reader kept the data mutex, since the writer was made.
+    std::uint64_t skippedChunks() const { return m_skippedChunks; }
+
+    // After a failed open: the named object that could not be had and the system's errno; empty
+    // and 0 when the open failed before touching any object (sizes, or already open).
+    const std::string& failedObject() const { return m_failedObject; }
+    int error() const { return m_error; }
 
   private:
     using NamedMapping = system::ipc::v2::NamedMapping;
@@ -57,6 +84,10 @@ class SimulcastWriter {
 
     bool openParameterBlock(std::int32_t numChunks, std::int32_t maxChunkBytes, const char* name);
     bool openDataRegion(std::int32_t numChunks, std::int32_t chunkStride, const char* name);
+    // Records the first failure of an open: the object's name and the errno it carries.
+    bool fail(const std::string& object, int error);
+    template <typename Object>
+    bool check(const Object& object, const std::string& name);
     SimulcastParams* params() const { return static_cast<SimulcastParams*>(m_paramView.data()); }
 
     bool m_opened = false;
@@ -73,6 +104,11 @@ class SimulcastWriter {
     std::int32_t m_numChunks = 0;
     std::int32_t m_writeIndex = 0;  // mirrored to the block's writeIndex under the data mutex
     bool m_chunkTaken = false;      // beginChunk holds the data mutex
+    std::chrono::milliseconds m_lockTimeout{40};
+    bool m_readerHolds = false;  // the last beginChunk timed out: try without waiting
+    std::uint64_t m_skippedChunks = 0;
+    std::string m_failedObject;
+    int m_error = 0;
 };
 
 }  // namespace ovtx::simulcast::simulcast_channel::v1

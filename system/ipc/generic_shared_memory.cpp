@@ -43,6 +43,11 @@ void GenericSharedMemory::lock() {
     m_mutex.lock();
 }
 
+bool GenericSharedMemory::lockFor(std::chrono::milliseconds timeout) {
+    const WaitResult result = m_mutex.lockFor(timeout);
+    return result == WaitResult::Acquired || result == WaitResult::Abandoned;
+}
+
 void GenericSharedMemory::unlock() {
     m_mutex.unlock();
 }

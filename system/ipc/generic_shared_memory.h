@@ -12,6 +12,7 @@
 //   clock.unlock();
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -31,6 +32,9 @@ class GenericSharedMemory : public cpp_utils::non_copyable::v1::NonCopyable {
 
     // Waits for the mutex without a timeout. A mutex whose holder died is taken as usual.
     void lock();
+    // Waits up to `timeout`; false when another process still holds the mutex then (or on a
+    // failure), and the block must not be touched.
+    bool lockFor(std::chrono::milliseconds timeout);
     void unlock();
 
     // The mapped block, readable and writable. Its pages are whole: bytes past the asked size up

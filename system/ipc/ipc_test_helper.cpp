@@ -84,6 +84,9 @@ std::string runCommand(Objects& objects, const std::string& line) {
         return objects.view.valid() ? "ok " + std::to_string(objects.mapping.size())
                                     : failure(objects.view.error());
     }
+    if (command == "current") {  // whether the mapping's name still refers to it
+        return std::string("current ") + (objects.mapping.isCurrent() ? "1" : "0");
+    }
     if (command == "generic") {  // generic BASE SIZE
         std::string name;
         std::uint32_t size = 0;

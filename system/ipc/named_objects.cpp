@@ -262,11 +262,23 @@ std::uint32_t generation(std::uint32_t word) {
 // ---- NamedMapping ---------------------------------------------------------------------------
 
 NamedMapping NamedMapping::createOrJoin(std::string_view name, std::uint64_t size) {
+    return hold(name, size, OpenMode::CreateOrJoin);
+}
+
+NamedMapping NamedMapping::createFresh(std::string_view name, std::uint64_t size) {
+    return hold(name, size, OpenMode::Replace);
+}
+
+bool NamedMapping::isCurrent() const {
+    return m_fd >= 0 && internal::stillNamed(m_fd);
+}
+
+NamedMapping NamedMapping::hold(std::string_view name, std::uint64_t size, internal::OpenMode mode) {
     NamedMapping mapping;
     mapping.m_name = std::string(name);
     const ObjectStep initialise = [size](int fd) { return makeFresh(fd, wholePages(size)); };
     const ObjectStep join = [](int) { return SysError{}; };
-    HoldResult hold = acquireHold(name, OpenMode::CreateOrJoin, initialise, join);
+    HoldResult hold = acquireHold(name, mode, initialise, join);
     if (!hold.error) {
         hold.error = fileSize(hold.fd, mapping.m_size);
         if (hold.error) {
@@ -430,6 +442,10 @@ NamedMutex NamedMutex::createOrJoin(std::string_view name) {
     return NamedMutex(holdState(name, OpenMode::CreateOrJoin, sizeof(MutexState), constructMutex));
 }
 
+NamedMutex NamedMutex::createFresh(std::string_view name) {
+    return NamedMutex(holdState(name, OpenMode::Replace, sizeof(MutexState), constructMutex));
+}
+
 NamedMutex NamedMutex::open(std::string_view name) {
     return NamedMutex(holdState(name, OpenMode::OpenOnly, sizeof(MutexState), constructMutex));
 }
@@ -523,14 +539,26 @@ bool NamedMutex::close() {
 
 // ---- NamedEvent -----------------------------------------------------------------------------
 
-NamedEvent NamedEvent::createOrJoin(std::string_view name, Reset reset, bool initiallySet) {
+namespace {
+
+HeldState holdEvent(std::string_view name, OpenMode mode, NamedEvent::Reset reset, bool initiallySet) {
     const auto construct = [reset, initiallySet](void* shared) {
         auto* state = new (shared) EventState{};
-        state->manualReset = reset == Reset::Manual ? 1 : 0;
+        state->manualReset = reset == NamedEvent::Reset::Manual ? 1 : 0;
         state->word.store(initiallySet ? kSignalled : 0);
         return SysError{};
     };
-    return NamedEvent(holdState(name, OpenMode::CreateOrJoin, sizeof(EventState), construct));
+    return holdState(name, mode, sizeof(EventState), construct);
+}
+
+}  // namespace
+
+NamedEvent NamedEvent::createOrJoin(std::string_view name, Reset reset, bool initiallySet) {
+    return NamedEvent(holdEvent(name, OpenMode::CreateOrJoin, reset, initiallySet));
+}
+
+NamedEvent NamedEvent::createFresh(std::string_view name, Reset reset, bool initiallySet) {
+    return NamedEvent(holdEvent(name, OpenMode::Replace, reset, initiallySet));
 }
 
 NamedEvent NamedEvent::open(std::string_view name) {

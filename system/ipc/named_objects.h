@@ -10,8 +10,9 @@
 // Every object, every view included, is a hold of its own: closing a mapping while one of its
 // views is mapped keeps the object alive until the view goes. Holds are not inherited across
 // `exec`; a child made by `fork` alone shares its parent's holds, so open objects after a fork.
-// Objects are made with mode 0666 less the umask: all processes that share them need write
-// access, since every hold takes a lock on the object's file.
+// Objects are made with mode 0666 less the umask, or with the group and mode of
+// object_access.h: all processes that share them need write access, since every hold takes a
+// lock on the object's file.
 //
 // Nothing here throws. Every factory returns an object that is either valid or carries the
 // `errno` of the failing step (`error()`), so that the transport can return bools and the few
@@ -33,6 +34,8 @@
 namespace ovtx::system::ipc::v2 {
 
 namespace internal {
+
+enum class OpenMode;
 
 // What a named mutex and a named event hold: the object's descriptor, its state as mapped here,
 // and the last failure. Moving leaves the source empty.
@@ -72,6 +75,11 @@ class NamedMapping {
     // size then stands.
     // The memory is reserved at creation, so a full /dev/shm fails here and not later.
     static NamedMapping createOrJoin(std::string_view name, std::uint64_t size);
+    // Creates the object afresh even when one stands under the name: the name is taken from it,
+    // and its holders keep it, nameless, for as long as they hold it (see isCurrent). A
+    // directory under the name is never removed (EISDIR); another user's object that can't be
+    // removed is joined as by createOrJoin.
+    static NamedMapping createFresh(std::string_view name, std::uint64_t size);
 
     NamedMapping() = default;  // invalid
     NamedMapping(NamedMapping&& other) noexcept;
@@ -86,6 +94,9 @@ class NamedMapping {
     const char* failedOperation() const { return m_failedOperation; }
     const std::string& name() const { return m_name; }
     std::uint64_t size() const { return m_size; }  // the object's real size
+    // Whether the name still refers to the object held here: false once a creator replaced it
+    // (createFresh) or it was removed.
+    bool isCurrent() const;
 
     // Gives the hold up; the object disappears when nobody else holds it. Returns false on a
     // failing system call (error() tells which); the hold is released all the same.
@@ -93,6 +104,8 @@ class NamedMapping {
 
   private:
     friend class MappedView;
+    static NamedMapping hold(std::string_view name, std::uint64_t size, internal::OpenMode mode);
+
     int m_fd = -1;
     int m_error = 0;
     const char* m_failedOperation = nullptr;
@@ -144,6 +157,8 @@ class NamedMutex {
   public:
     static NamedMutex createOrJoin(std::string_view name);  // CreateMutex, not owned at creation
     static NamedMutex open(std::string_view name);          // OpenMutex: fails (ENOENT) when absent
+    // A new mutex under the name, as NamedMapping::createFresh.
+    static NamedMutex createFresh(std::string_view name);
 
     NamedMutex() = default;  // invalid
     NamedMutex(NamedMutex&& other) noexcept;
@@ -182,6 +197,8 @@ class NamedEvent {
     // CreateEvent: the reset kind and the initial state apply when the object is created.
     static NamedEvent createOrJoin(std::string_view name, Reset reset, bool initiallySet);
     static NamedEvent open(std::string_view name);  // OpenEvent: fails (ENOENT) when absent
+    // A new event under the name, as NamedMapping::createFresh.
+    static NamedEvent createFresh(std::string_view name, Reset reset, bool initiallySet);
 
     NamedEvent() = default;  // invalid
     NamedEvent(NamedEvent&& other) noexcept;

@@ -1,13 +1,18 @@
 #include "system/ipc/named_objects.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "system/ipc/object_access.h"
 #include "system/ipc/testing/ipc_helper.h"
 #include "testing/shm.h"
 
@@ -122,6 +127,63 @@ TEST_F(NamedObjectsTest, OpenOnlyOfAnAbsentName_Fails) {
     EXPECT_EQ(mutex.error(), ENOENT);
     EXPECT_FALSE(event.valid());
     EXPECT_EQ(event.error(), ENOENT);
+}
+
+// ---- fresh objects under a held name ----------------------------------------------------------
+
+TEST_F(NamedObjectsTest, CreateFreshUnderAHeldName_TheHolderKeepsTheOldObjectAndSeesItReplaced) {
+    PipedChild holder = startIpcHelper();
+    ASSERT_EQ(holder.ask("mapping " + name("MAP") + " 4096"), "ok 4096");
+    ASSERT_EQ(holder.ask("write 0 1234"), "ok");
+    ASSERT_EQ(holder.ask("current"), "current 1");
+
+    NamedMapping fresh = NamedMapping::createFresh(name("MAP"), 8192);
+    ASSERT_TRUE(fresh.valid()) << std::strerror(fresh.error());
+    EXPECT_EQ(fresh.size(), 8192u) << "made at its own size, not joined";
+    EXPECT_TRUE(fresh.isCurrent());
+    MappedView view = MappedView::map(fresh, 8192, MappedView::Access::ReadWrite);
+    EXPECT_EQ(wordAt(view, 0), 0u);
+    wordAt(view, 0) = 99;
+
+    EXPECT_EQ(holder.ask("current"), "current 0");
+    EXPECT_EQ(holder.ask("read 0"), "value 1234") << "the old object stays valid for its holder";
+    ASSERT_EQ(holder.ask("close"), "ok");
+    EXPECT_TRUE(shmEntryExists(name("MAP"))) << "the old object's last close leaves the new name alone";
+    EXPECT_TRUE(fresh.isCurrent());
+}
+
+TEST_F(NamedObjectsTest, CreateFreshOverADirectory_FailsAndLeavesIt) {
+    const std::filesystem::path directory = "/dev/shm/" + name("MUTEX");
+    ASSERT_TRUE(std::filesystem::create_directory(directory));
+    NamedMutex mutex = NamedMutex::createFresh(name("MUTEX"));
+    EXPECT_FALSE(mutex.valid());
+    EXPECT_EQ(mutex.error(), EISDIR);
+    EXPECT_TRUE(std::filesystem::is_directory(directory));
+    std::filesystem::remove(directory);
+}
+
+// ---- group and mode of shared runs -------------------------------------------------------------
+
+TEST_F(NamedObjectsTest, GroupAndModeFromTheEnvironment_AreGivenToCreatedObjects) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "giving an object a group of one's choice needs root";
+    }
+    PipedChild creator = startIpcHelper({}, {{kObjectGroupVariable, "4242"}, {kObjectModeVariable, "0640"}});
+    ASSERT_EQ(creator.ask("mapping " + name("MAP") + " 4096"), "ok 4096");
+    struct stat status {};
+    ASSERT_EQ(::stat(("/dev/shm/" + name("MAP")).c_str(), &status), 0);
+    EXPECT_EQ(status.st_gid, 4242u);
+    EXPECT_EQ(status.st_mode & 0777, 0640u) << "exactly, whatever the umask";
+}
+
+TEST_F(NamedObjectsTest, UnusableGroupOrMode_FailsEveryCreation) {
+    for (const auto& [variable, value] :
+         {std::pair{kObjectModeVariable, "0999"}, std::pair{kObjectModeVariable, "rw-rw----"},
+          std::pair{kObjectGroupVariable, "no-such-group-here"}}) {
+        PipedChild creator = startIpcHelper({}, {{variable, value}});
+        EXPECT_EQ(creator.ask("mapping " + name("MAP") + " 4096"), "error " + std::to_string(EINVAL))
+            << value;
+    }
 }
 
 // ---- crashes and races ------------------------------------------------------------------------

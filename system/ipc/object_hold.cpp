@@ -8,11 +8,17 @@
 #include <atomic>
 #include <climits>
 
+#include "system/ipc/object_access_internal.h"
+
 namespace ovtx::system::ipc::v2::internal {
 namespace {
 
 constexpr off_t kGuardByte = 0;   // exclusive: open, initialisation and close
 constexpr off_t kHolderByte = 1;  // shared by every holder
+// Where shm_open keeps its objects: a replacement looks at what stands under a name first.
+constexpr char kShmDirectory[] = "/dev/shm";
+// A replacement that keeps losing its fresh file to other openers gives up after this many tries.
+constexpr int kReplaceAttempts = 64;
 
 std::atomic<InitialiseHook> g_initialiseHook{nullptr};
 
@@ -64,24 +70,67 @@ void closeQuietly(int fd) {
 }
 
 // Unlinks the name while it still refers to `fd`'s file (the caller holds the guard byte).
-void unlinkIfLinked(const std::string& path, int fd) {
+SysError unlinkIfLinked(const std::string& path, int fd) {
+    SysError error;
     struct stat status {};
-    if (::fstat(fd, &status) == 0 && status.st_nlink > 0) {
-        ::shm_unlink(path.c_str());
+    if (posixCall(error, "fstat", [&] { return ::fstat(fd, &status); }) == 0 && status.st_nlink > 0) {
+        posixCall(error, "shm_unlink", [&] { return ::shm_unlink(path.c_str()); }, {ENOENT});
     }
+    return error;
 }
 
 enum class Attempt { Held, Retry, Failed };
 
-// One open of the file under the guard byte; Retry when the file was unlinked meanwhile.
+bool isDirectory(const std::string& path) {
+    struct stat status {};
+    return ::lstat((kShmDirectory + path).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// Removes whatever stands under `path` so that a fresh object can take the name: a holder's file
+// is unlinked under its guard byte (openers and closers of it then see it gone), anything else
+// that is not a directory (a link, a FIFO) is simply unlinked. ENOENT is success.
+SysError removeName(const std::string& path) {
+    SysError error;
+    const std::string file = kShmDirectory + path;
+    struct stat status {};
+    if (posixCall(error, "lstat", [&] { return ::lstat(file.c_str(), &status); }, {ENOENT}) != 0) {
+        return error;
+    }
+    if (S_ISDIR(status.st_mode)) {
+        return sysError(EISDIR, "shm_unlink");
+    }
+    if (S_ISREG(status.st_mode)) {
+        const int fd = ::shm_open(path.c_str(), O_RDWR | O_CLOEXEC, 0);
+        if (fd >= 0) {
+            error = waitForLock(fd, F_WRLCK, kGuardByte);
+            if (!error) {
+                error = unlinkIfLinked(path, fd);
+            }
+            closeQuietly(fd);
+            return error;
+        }
+    }
+    posixCall(error, "shm_unlink", [&] { return ::shm_unlink(path.c_str()); }, {ENOENT});
+    return error;
+}
+
+// One open of the file under the guard byte; Retry when the file was unlinked meanwhile, or,
+// when replacing, when another opener made the new file first.
 Attempt tryToHold(const std::string& path, OpenMode mode, const ObjectStep& initialise,
                   const ObjectStep& join, HoldResult& result) {
     SysError& error = result.error;
-    const int flags = O_RDWR | O_CLOEXEC | (mode == OpenMode::CreateOrJoin ? O_CREAT : 0);
-    const int fd =
-        static_cast<int>(posixCall(error, "shm_open", [&] { return ::shm_open(path.c_str(), flags, 0666); }));
-    if (fd < 0) {
+    if (mode == OpenMode::Replace && (error = removeName(path))) {
         return Attempt::Failed;
+    }
+    const int flags = O_RDWR | O_CLOEXEC | (mode == OpenMode::OpenOnly ? 0 : O_CREAT) |
+                      (mode == OpenMode::Replace ? O_EXCL : 0);
+    const int fd = static_cast<int>(
+        posixCall(error, "shm_open", [&] { return ::shm_open(path.c_str(), flags, 0666); }, {EEXIST}));
+    if (fd < 0) {
+        if (error.code == EINVAL && isDirectory(path)) {  // glibc words a directory EINVAL
+            error.code = EISDIR;
+        }
+        return error ? Attempt::Failed : Attempt::Retry;  // EEXIST: another opener was first
     }
     if ((error = waitForLock(fd, F_WRLCK, kGuardByte))) {
         closeQuietly(fd);
@@ -101,11 +150,18 @@ Attempt tryToHold(const std::string& path, OpenMode mode, const ObjectStep& init
         closeQuietly(fd);
         return Attempt::Failed;
     }
+    if (!alone && mode == OpenMode::Replace) {  // another opener joined the fresh file first
+        closeQuietly(fd);
+        return Attempt::Retry;
+    }
     if (alone) {
         if (mode == OpenMode::OpenOnly) {
             error = sysError(ENOENT, "shm_open");  // nobody holds it: a stale file is no object
         } else if (InitialiseHook hook = g_initialiseHook.load(); hook != nullptr) {
             hook(path.substr(1));
+        }
+        if (!error) {
+            error = applyObjectAccess(fd);
         }
         if (!error) {
             error = initialise(fd);
@@ -144,12 +200,28 @@ HoldResult acquireHold(std::string_view name, OpenMode mode, const ObjectStep& i
         return HoldResult{-1, sysError(EINVAL, "shm_open")};
     }
     const std::string path = objectPath(name);
-    for (;;) {
+    for (int attempt = 0;; ++attempt) {
+        if (mode == OpenMode::Replace && attempt == kReplaceAttempts) {
+            return HoldResult{-1, sysError(EBUSY, "shm_open")};
+        }
         HoldResult result;
-        if (tryToHold(path, mode, initialise, join, result) != Attempt::Retry) {
+        const Attempt outcome = tryToHold(path, mode, initialise, join, result);
+        // Another user's file in the sticky /dev/shm can't be removed: join it as it is.
+        if (outcome == Attempt::Failed && mode == OpenMode::Replace &&
+            (result.error.code == EPERM || result.error.code == EACCES) &&
+            std::string_view(result.error.operation) == "shm_unlink") {
+            mode = OpenMode::CreateOrJoin;
+            continue;
+        }
+        if (outcome != Attempt::Retry) {
             return result;
         }
     }
+}
+
+bool stillNamed(int fd) {
+    struct stat status {};
+    return ::fstat(fd, &status) == 0 && status.st_nlink > 0;
 }
 
 HoldResult duplicateHold(std::string_view name, int heldFd) {

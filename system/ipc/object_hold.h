@@ -28,6 +28,11 @@ namespace ovtx::system::ipc::v2::internal {
 enum class OpenMode {
     CreateOrJoin,  // the first opener creates and initialises the object
     OpenOnly,      // fails with ENOENT unless some process holds the object
+    // Removes the name (whatever file stands there, held or not, a directory excepted) and
+    // creates the object afresh; earlier holders keep the old object under no name. Where the
+    // name can't be removed (another user's file in the sticky /dev/shm), falls back to
+    // CreateOrJoin.
+    Replace,
 };
 
 // Called with the object's descriptor, under the exclusive lock: `initialise` by an opener that
@@ -39,7 +44,8 @@ struct HoldResult {
     SysError error;
 };
 
-// Opens `/name` and becomes one of its holders.
+// Opens `/name` and becomes one of its holders. An object this call creates gets the access
+// of `objectAccessProblem` (object_access.h).
 HoldResult acquireHold(std::string_view name, OpenMode mode, const ObjectStep& initialise,
                        const ObjectStep& join);
 
@@ -49,6 +55,9 @@ HoldResult duplicateHold(std::string_view name, int heldFd);
 
 // Gives the hold of `fd` up and closes it; the last holder unlinks the name.
 SysError releaseHold(std::string_view name, int fd);
+
+// Whether the name still refers to the object `fd` holds (it was neither replaced nor removed).
+bool stillNamed(int fd);
 
 }  // namespace ovtx::system::ipc::v2::internal
 

@@ -33,6 +33,10 @@ int toSignalNumber(PipedChild::Signal signal) {
             return SIGHUP;
         case PipedChild::Signal::Quit:
             return SIGQUIT;
+        case PipedChild::Signal::Stop:
+            return SIGSTOP;
+        case PipedChild::Signal::Continue:
+            return SIGCONT;
         case PipedChild::Signal::Kill:
             break;
     }

@@ -52,7 +52,8 @@ struct SpawnOptions {
 
 class PipedChild {
   public:
-    enum class Signal { Interrupt, Terminate, Hangup, Quit, Kill };
+    // Stop and Continue pause and resume the child, as a debugger or job control would.
+    enum class Signal { Interrupt, Terminate, Hangup, Quit, Kill, Stop, Continue };
 
     // Starts `path` with `args` (argv[1] on). The parent ignores SIGPIPE from then on, so that
     // writing to a child that has ended fails instead of ending the parent. Invalid (error() set) when it

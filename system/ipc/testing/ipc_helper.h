@@ -13,6 +13,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -23,9 +24,11 @@ namespace ovtx::system::ipc::v2::testing {
 
 using process::v1::PipedChild;
 
-inline PipedChild startIpcHelper(const std::vector<std::string>& arguments = {}) {
+inline PipedChild startIpcHelper(const std::vector<std::string>& arguments = {},
+                                 const std::map<std::string, std::string>& environment = {}) {
     process::v1::SpawnOptions options;
     options.graceOnClose = std::chrono::seconds(5);
+    options.environment = environment;
     return PipedChild::spawn(test_support::v1::binaryPath("ipc_test_helper"), arguments, options);
 }
 
