@@ -413,6 +413,22 @@ std::unique_ptr<ChannelDump> makeChannelDump(RecordKind kind, const DumpPaths& p
     return nullptr;
 }
 
+std::int64_t recordEnd(RecordKind kind, const std::vector<std::uint8_t>& chunk) {
+    switch (kind) {
+        case RecordKind::Video:
+            return field<std::int64_t>(chunk, offsetof(records::VideoRecordHeader, end));
+        case RecordKind::Audio:
+            return field<std::int64_t>(chunk, offsetof(records::AudioRecord, end));
+        case RecordKind::Captions:
+            return field<std::int64_t>(chunk, offsetof(records::CaptionRecord, end));
+        case RecordKind::Teletext:
+            return field<std::int64_t>(chunk, offsetof(records::TeletextRecord, end));
+        case RecordKind::Raw:
+            break;
+    }
+    return 0;
+}
+
 std::int64_t recordStart(RecordKind kind, const std::vector<std::uint8_t>& chunk) {
     switch (kind) {
         case RecordKind::Video:

@@ -73,7 +73,8 @@ using DumpReport = std::function<void(const std::string&)>;
 // The dump of a channel of `kind` for the files of `paths`; null when it writes none.
 std::unique_ptr<ChannelDump> makeChannelDump(RecordKind kind, const DumpPaths& paths, DumpReport report);
 
-// The start time of a record of `kind`.
+// The start and end times of a record of `kind`.
 std::int64_t recordStart(RecordKind kind, const std::vector<std::uint8_t>& chunk);
+std::int64_t recordEnd(RecordKind kind, const std::vector<std::uint8_t>& chunk);
 
 }  // namespace ovtx::tools::simulcast_follow::v1

@@ -129,8 +129,9 @@ struct Channel {
     std::string name;
     RecordKind kind;
     std::unique_ptr<ChannelDump> dump;
-    bool dumping = false;  // the dump has reached the common first frame
-    DumpContext context;   // the common origin, and the format block as of the last restart
+    bool dumping = false;      // the dump has reached the common first frame
+    DumpContext context;       // the common origin, and the format block as of the last restart
+    std::int64_t lastEnd = 0;  // of the last record dumped
     ChannelStats stats;
     std::optional<std::string> toldOpenState;  // why the channel can't be opened, as last told
 };
@@ -358,7 +359,13 @@ class FollowSession {
         if (!channel.dumping && start < channel.context.origin) {
             return true;  // before the first frame every dump has
         }
+        if (channel.dumping && gap && start < channel.lastEnd) {
+            // A new run counts its times from its own start again: its records go on in the files
+            // where the old run's ended, as its pictures and samples do.
+            channel.context.origin = start - (channel.lastEnd - channel.context.origin);
+        }
         channel.dumping = true;  // from here on everything, also after a restart of the run
+        channel.lastEnd = recordEnd(channel.kind, chunk);
         std::string error;
         switch (channel.dump->write(chunk, channel.context, gap, error)) {
             case WriteResult::Written:
