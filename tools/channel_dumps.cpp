@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <iomanip>
 #include <optional>
 #include <span>
+#include <sstream>
 
 #include "encoding/subtitle_text/subtitle_decoder.h"
 #include "tools/caption_files.h"
@@ -28,6 +30,21 @@ Field field(const std::vector<std::uint8_t>& chunk, std::size_t offset) {
     return value;
 }
 
+// How a message names a file.
+std::string shownName(const std::string& path) {
+    return isStandardOutput(path) ? "standard output" : path;
+}
+
+// "720x576i 25 fps 10-bit", as a message names a picture.
+std::string describe(const FormatGeometry& geometry, int bitDepth) {
+    std::ostringstream text;
+    text << geometry.width << 'x' << geometry.height << (geometry.interlaced ? 'i' : 'p') << ' '
+         << std::setprecision(4)
+         << static_cast<double>(geometry.rateNumerator) / static_cast<double>(geometry.rateDenominator)
+         << " fps " << bitDepth << "-bit";
+    return text.str();
+}
+
 class VideoDump : public ChannelDump {
   public:
     VideoDump(std::string path, DumpReport report) : m_path(std::move(path)), m_report(std::move(report)) {}
@@ -40,14 +57,18 @@ class VideoDump : public ChannelDump {
         return true;
     }
 
-    bool write(const std::vector<std::uint8_t>& chunk, const DumpContext& context, bool /*gap*/,
-               std::string& error) override {
+    WriteResult write(const std::vector<std::uint8_t>& chunk, const DumpContext& context, bool /*gap*/,
+                      std::string& error) override {
         const auto header = field<records::VideoRecordHeader>(chunk, 0);
         if (header.magic != records::kVideoMagic || header.standardMismatch != 0) {
-            return true;  // a frame without picture
+            return WriteResult::Written;  // a frame without picture
         }
-        if (!m_file.started() && !start(chunk.size(), context.format, header, error)) {
-            return false;
+        if (!m_file.started()) {
+            if (!start(context.format, header, error)) {
+                return WriteResult::Failed;
+            }
+        } else if (changedGeometry(context.format, error)) {
+            return WriteResult::Ended;
         }
         if (header.aspectNumerator != m_aspect[0] || header.aspectDenominator != m_aspect[1]) {
             m_aspect = {header.aspectNumerator, header.aspectDenominator};
@@ -55,11 +76,16 @@ class VideoDump : public ChannelDump {
                      std::to_string(m_aspect[1]) + " at start " + std::to_string(header.start) + "; " +
                      m_path + " keeps the one it began with");
         }
+        if (chunk.size() < m_file.pictureBytes() + records::kVideoPictureOffset) {
+            error = "a video record of " + std::to_string(chunk.size()) + " bytes is too small for the " +
+                    describe(m_geometry, m_bitDepth) + " picture of the format block";
+            return WriteResult::Failed;
+        }
         if (!m_file.writeFrame(chunk.data() + records::kVideoPictureOffset)) {
             error = "cannot write " + m_path;
-            return false;
+            return WriteResult::Failed;
         }
-        return true;
+        return WriteResult::Written;
     }
 
     bool finish(std::string& error) override {
@@ -73,8 +99,8 @@ class VideoDump : public ChannelDump {
     bool writesStandardOutput() const override { return isStandardOutput(m_path); }
 
   private:
-    bool start(std::size_t chunkBytes, const records::FormatBlock& block,
-               const records::VideoRecordHeader& header, std::string& error) {
+    bool start(const records::FormatBlock& block, const records::VideoRecordHeader& header,
+               std::string& error) {
         const auto geometry = formatGeometry(block.formatCode);
         if (!geometry) {
             error = "unknown video format code " + std::to_string(block.formatCode) + " in the format block";
@@ -85,21 +111,35 @@ class VideoDump : public ChannelDump {
                     " in the format block: cannot tell the picture's geometry";
             return false;
         }
+        m_geometry = *geometry;
+        m_bitDepth = block.bitDepth;
         m_aspect = {header.aspectNumerator, header.aspectDenominator};
         if (!m_file.start(*geometry, block.bitDepth, m_aspect[0], m_aspect[1])) {
             error = "cannot write " + m_path;
             return false;
         }
-        if (m_file.pictureBytes() + records::kVideoPictureOffset > chunkBytes) {
-            error = "the video chunks are too small for the announced format";
+        return true;
+    }
+
+    // True, with the message, when the run now sends pictures other than those the file holds.
+    bool changedGeometry(const records::FormatBlock& block, std::string& message) const {
+        const auto geometry = formatGeometry(block.formatCode);
+        if (geometry && *geometry == m_geometry && block.bitDepth == m_bitDepth) {
             return false;
         }
+        message = "the run now sends " +
+                  (geometry ? describe(*geometry, block.bitDepth)
+                            : "video format code " + std::to_string(block.formatCode)) +
+                  "; " + shownName(m_path) + " holds " + describe(m_geometry, m_bitDepth) +
+                  ", and a Y4M file can't change its picture mid-file: the follow ends here";
         return true;
     }
 
     std::string m_path;
     DumpReport m_report;
     Y4mFile m_file;
+    FormatGeometry m_geometry{};
+    int m_bitDepth = 0;
     std::array<int, 2> m_aspect{0, 0};
 };
 
@@ -125,13 +165,16 @@ class AudioDump : public ChannelDump {
         return true;
     }
 
-    bool write(const std::vector<std::uint8_t>& chunk, const DumpContext& /*context*/, bool /*gap*/,
-               std::string& error) override {
+    WriteResult write(const std::vector<std::uint8_t>& chunk, const DumpContext& /*context*/, bool /*gap*/,
+                      std::string& error) override {
         if (chunk.size() < sizeof(records::AudioRecord) ||
             field<std::uint16_t>(chunk, offsetof(records::AudioRecord, magic)) != records::kAudioMagic) {
-            return true;
+            return WriteResult::Written;
         }
         const auto* record = reinterpret_cast<const records::AudioRecord*>(chunk.data());
+        if (changedRate(*record, error)) {
+            return WriteResult::Ended;  // before any file takes the record, so that all end alike
+        }
         for (std::size_t i = 0; i < m_files.size(); ++i) {
             const records::AudioPairBlock& pair = record->pairs[m_outputs[i].pair - 1];
             const std::size_t count = std::min<std::size_t>(pair.sampleCount, records::kMaxStereoSamples);
@@ -140,10 +183,10 @@ class AudioDump : public ChannelDump {
                 m_failed = m_outputs[i].path;
                 error = m_files[i].full() ? m_failed + " reached the 4 GB that a WAV file can hold"
                                           : "cannot write " + m_failed;
-                return false;
+                return WriteResult::Failed;
             }
         }
-        return true;
+        return WriteResult::Written;
     }
 
     bool finish(std::string& error) override {
@@ -160,6 +203,22 @@ class AudioDump : public ChannelDump {
     bool writesStandardOutput() const override { return isStandardOutput(m_failed); }
 
   private:
+    // True, with the message, when a pair present in `record` comes at a rate its file doesn't hold.
+    bool changedRate(const records::AudioRecord& record, std::string& message) const {
+        for (std::size_t i = 0; i < m_files.size(); ++i) {
+            const records::AudioPairBlock& pair = record.pairs[m_outputs[i].pair - 1];
+            const std::uint32_t rate = sampleRateOf(pair.sampling);
+            if (m_files[i].started() && pair.present != 0 && rate != m_files[i].sampleRate()) {
+                message = "the run now sends pair " + std::to_string(m_outputs[i].pair) + " at " +
+                          std::to_string(rate) + " Hz; " + shownName(m_outputs[i].path) + " holds " +
+                          std::to_string(m_files[i].sampleRate()) +
+                          " Hz, and a WAV file can't change its rate mid-file: the follow ends here";
+                return true;
+            }
+        }
+        return false;
+    }
+
     std::vector<WavPairOutput> m_outputs;
     std::vector<WavFile> m_files;
     std::string m_failed;
@@ -185,11 +244,11 @@ class CaptionDump : public ChannelDump {
         return true;
     }
 
-    bool write(const std::vector<std::uint8_t>& chunk, const DumpContext& context, bool gap,
-               std::string& error) override {
+    WriteResult write(const std::vector<std::uint8_t>& chunk, const DumpContext& context, bool gap,
+                      std::string& error) override {
         const std::size_t head = offsetof(records::CaptionRecord, entries);
         if (chunk.size() < head) {
-            return true;
+            return WriteResult::Written;
         }
         const std::int64_t time =
             field<std::int64_t>(chunk, offsetof(records::CaptionRecord, start)) - context.origin;
@@ -219,14 +278,14 @@ class CaptionDump : public ChannelDump {
         if (!ok) {
             error = "cannot write " + m_sccPath;
             m_failed = m_sccPath;
-            return false;
+            return WriteResult::Failed;
         }
         if (m_decoder && !m_srt.show(time, m_decoder->captionText())) {
             error = "cannot write " + m_srtPath;
             m_failed = m_srtPath;
-            return false;
+            return WriteResult::Failed;
         }
-        return true;
+        return WriteResult::Written;
     }
 
     bool finish(std::string& error) override {
@@ -276,12 +335,12 @@ class TeletextDump : public ChannelDump {
         return true;
     }
 
-    bool write(const std::vector<std::uint8_t>& chunk, const DumpContext& context, bool gap,
-               std::string& error) override {
+    WriteResult write(const std::vector<std::uint8_t>& chunk, const DumpContext& context, bool gap,
+                      std::string& error) override {
         if (chunk.size() < sizeof(records::TeletextRecord) ||
             field<std::uint16_t>(chunk, offsetof(records::TeletextRecord, magic)) !=
                 records::kTeletextMagic) {
-            return true;
+            return WriteResult::Written;
         }
         const auto* record = reinterpret_cast<const records::TeletextRecord*>(chunk.data());
         const std::int64_t time = record->start - context.origin;
@@ -294,7 +353,7 @@ class TeletextDump : public ChannelDump {
         if (!m_tsPath.empty() && !m_ts.write(descriptor, data, time)) {
             error = "cannot write " + m_tsPath;
             m_failed = m_tsPath;
-            return false;
+            return WriteResult::Failed;
         }
         if (m_decoder) {
             if (gap) {
@@ -304,10 +363,10 @@ class TeletextDump : public ChannelDump {
             if (!m_srt.show(time, m_decoder->teletextText(m_page).value_or(""))) {
                 error = "cannot write " + m_srtPath;
                 m_failed = m_srtPath;
-                return false;
+                return WriteResult::Failed;
             }
         }
-        return true;
+        return WriteResult::Written;
     }
 
     bool finish(std::string& error) override {
@@ -352,6 +411,22 @@ std::unique_ptr<ChannelDump> makeChannelDump(RecordKind kind, const DumpPaths& p
             break;
     }
     return nullptr;
+}
+
+std::int64_t recordEnd(RecordKind kind, const std::vector<std::uint8_t>& chunk) {
+    switch (kind) {
+        case RecordKind::Video:
+            return field<std::int64_t>(chunk, offsetof(records::VideoRecordHeader, end));
+        case RecordKind::Audio:
+            return field<std::int64_t>(chunk, offsetof(records::AudioRecord, end));
+        case RecordKind::Captions:
+            return field<std::int64_t>(chunk, offsetof(records::CaptionRecord, end));
+        case RecordKind::Teletext:
+            return field<std::int64_t>(chunk, offsetof(records::TeletextRecord, end));
+        case RecordKind::Raw:
+            break;
+    }
+    return 0;
 }
 
 std::int64_t recordStart(RecordKind kind, const std::vector<std::uint8_t>& chunk) {

@@ -6,6 +6,9 @@
 //   if (!dump->open(error)) ...
 //   dump->write(chunk, {.origin = start, .format = block}, gap, error);   // each aligned record
 //   dump->finish(error);
+//
+// A Y4M or WAV file can't change its picture or sample rate mid-file: it goes on across a restart
+// of the run only while they stay the same, and ends (WriteResult::Ended) when they change.
 #pragma once
 
 #include <cstdint>
@@ -37,10 +40,16 @@ struct DumpPaths {
 };
 
 // Where the dump stands: times in the files count from `origin`, the start of the dump's first
-// frame; `format` is the run's format block.
+// frame; `format` is the run's format block as it stood at the record (read again after a restart).
 struct DumpContext {
     std::int64_t origin = 0;
     simulcast::capture_records::v1::FormatBlock format{-1, 0};
+};
+
+enum class WriteResult {
+    Written,  // or left out on purpose (a frame without picture, ...)
+    Failed,   // a file could not be written
+    Ended,    // the run changed the geometry under a file that can't follow it; the files stay complete
 };
 
 class ChannelDump {
@@ -48,9 +57,10 @@ class ChannelDump {
     virtual ~ChannelDump() = default;
     // Creates the files; false with `error` set when one can't be.
     virtual bool open(std::string& error) = 0;
-    // One record at or after the dump's origin; `gap`: records were lost before it.
-    virtual bool write(const std::vector<std::uint8_t>& chunk, const DumpContext& context, bool gap,
-                       std::string& error) = 0;
+    // One record at or after the dump's origin; `gap`: records were lost before it. `error` tells
+    // why, unless Written.
+    virtual WriteResult write(const std::vector<std::uint8_t>& chunk, const DumpContext& context, bool gap,
+                              std::string& error) = 0;
     // Completes and closes the files.
     virtual bool finish(std::string& error) = 0;
     // True when a failed write was one to standard output (a reader that went away).
@@ -63,7 +73,8 @@ using DumpReport = std::function<void(const std::string&)>;
 // The dump of a channel of `kind` for the files of `paths`; null when it writes none.
 std::unique_ptr<ChannelDump> makeChannelDump(RecordKind kind, const DumpPaths& paths, DumpReport report);
 
-// The start time of a record of `kind`.
+// The start and end times of a record of `kind`.
 std::int64_t recordStart(RecordKind kind, const std::vector<std::uint8_t>& chunk);
+std::int64_t recordEnd(RecordKind kind, const std::vector<std::uint8_t>& chunk);
 
 }  // namespace ovtx::tools::simulcast_follow::v1

@@ -13,6 +13,8 @@ struct FormatGeometry {
     std::int64_t rateNumerator;  // frames, not fields
     std::int64_t rateDenominator;
     bool interlaced;
+
+    bool operator==(const FormatGeometry&) const = default;
 };
 
 // The geometry of a format code (SDI_VIDEO_STANDARD); nothing for a code outside the table.

@@ -77,6 +77,7 @@ class WavFile {
     bool started() const { return m_started; }
     // The sample rate of the samples to come; call once, before the first append.
     bool start(std::uint32_t sampleRate);
+    std::uint32_t sampleRate() const { return m_sampleRate; }
     // Appends `stereoSamples` left/right pairs of 16-bit samples; false also once a regular file
     // would pass the 4 GB that a WAV header can count (full() tells).
     bool append(const std::int16_t* samples, std::size_t stereoSamples);

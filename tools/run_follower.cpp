@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
@@ -128,8 +129,11 @@ struct Channel {
     std::string name;
     RecordKind kind;
     std::unique_ptr<ChannelDump> dump;
-    bool dumping = false;  // the dump has reached the common first frame
+    bool dumping = false;      // the dump has reached the common first frame
+    DumpContext context;       // the common origin, and the format block as of the last restart
+    std::int64_t lastEnd = 0;  // of the last record dumped
     ChannelStats stats;
+    std::optional<std::string> toldOpenState;  // why the channel can't be opened, as last told
 };
 
 std::vector<std::unique_ptr<Channel>> channelsOf(const FollowOptions& options) {
@@ -194,28 +198,41 @@ class FollowSession {
 
     void followChannel(Channel& channel) {
         SimulcastReader reader;
-        if (!openWithRetries(reader, channel.name)) {
+        if (!openWithRetries(reader, channel)) {
             return;
         }
-        std::vector<std::uint8_t> buffer(static_cast<std::size_t>(reader.maxChunkBytes()));
+        std::vector<std::uint8_t> buffer;
+        fitBuffer(reader, buffer);
         bool first = true;
         while (!m_stop.load()) {
             bool discontinuity = false;
             bool timedOut = false;
             if (reader.read(buffer.data(), static_cast<std::int32_t>(buffer.size()), m_options.timeoutMs,
                             discontinuity, timedOut)) {
+                tellOpened(channel);
                 const bool gap = discontinuity && !first;
+                if (gap) {
+                    refreshFormat(channel);  // the run may have restarted, with another format
+                }
                 if (!deliver(channel, reader.lastSequence(), discontinuity, gap, buffer, first)) {
                     return;
                 }
                 first = false;
-            } else if (!timedOut) {
-                // The channel changed under the reader (a writer restarted with other sizes): start over.
-                reader.close();
-                if (!openWithRetries(reader, channel.name)) {
+                // A new run with larger chunks: this record came cut to the old size, its header whole.
+                fitBuffer(reader, buffer);
+            } else if (timedOut) {
+                // The reader lets a replaced run go by itself; tell when the new one can't be had.
+                if (!reader.isOpen() && !reader.openFailure().empty()) {
+                    tellOpenFailure(channel, reader.openFailure());
+                }
+            } else if (reader.isOpen() && buffer.size() != static_cast<std::size_t>(reader.maxChunkBytes())) {
+                fitBuffer(reader, buffer);  // a new run with smaller chunks: read them at their size
+            } else {
+                reader.close();  // the channel failed under the reader: start over
+                if (!openWithRetries(reader, channel)) {
                     return;
                 }
-                buffer.resize(static_cast<std::size_t>(reader.maxChunkBytes()));
+                fitBuffer(reader, buffer);
             }
         }
     }
@@ -228,31 +245,76 @@ class FollowSession {
         m_text.flush();
     }
 
-    // Completes the files; false when one could not be written.
-    bool finishDumps() {
+    // Completes the files; the exit code of the follow.
+    int finishDumps() {
         for (const auto& channel : m_channels) {
             std::string error;
             if (channel->dump && !channel->dump->finish(error) && !channel->dump->writesStandardOutput()) {
                 fail(error);
             }
         }
-        return !m_failed.load();
+        return m_failed.load() ? kExitFileFailed : m_ended.load() ? kExitFormatChanged : 0;
     }
 
   private:
-    bool openWithRetries(SimulcastReader& reader, const std::string& name) {
-        bool told = false;
+    bool openWithRetries(SimulcastReader& reader, Channel& channel) {
         while (!m_stop.load()) {
-            if (reader.open(name.c_str())) {
+            if (reader.open(channel.name.c_str())) {
+                tellOpened(channel);
                 return true;
             }
-            if (!told) {
-                say("waiting for channel " + name);
-                told = true;
+            if (reader.openFailure().empty()) {
+                tellOpenState(channel, "", "waiting for channel " + channel.name);
+            } else {
+                tellOpenFailure(channel, reader.openFailure());
             }
             std::this_thread::sleep_for(kOpenRetryPause);
         }
         return false;
+    }
+
+    // Tells that `channel` is there but refused ("<object>: <reason>"), once for each reason.
+    void tellOpenFailure(Channel& channel, const std::string& failure) {
+        const bool refused =
+            failure.ends_with(std::strerror(EACCES)) || failure.ends_with(std::strerror(EPERM));
+        tellOpenState(channel, failure,
+                      "channel " + channel.name + " is there but can't be opened: " + failure +
+                          (refused ? " (the run doesn't share its objects with this user: see "
+                                     "SDI_TAP_SHM_GROUP and SDI_TAP_SHM_MODE)"
+                                   : "") +
+                          "; retrying");
+    }
+
+    void tellOpenState(Channel& channel, const std::string& state, const std::string& message) {
+        if (channel.toldOpenState != state) {
+            channel.toldOpenState = state;
+            say(message);
+        }
+    }
+
+    // After a refusal was told, that it is over.
+    void tellOpened(Channel& channel) {
+        if (channel.toldOpenState && !channel.toldOpenState->empty()) {
+            say("channel " + channel.name + " opened");
+        }
+        channel.toldOpenState.reset();
+    }
+
+    // Sizes `buffer` to the chunks of the run the reader follows now.
+    static void fitBuffer(const SimulcastReader& reader, std::vector<std::uint8_t>& buffer) {
+        if (reader.isOpen()) {
+            buffer.resize(static_cast<std::size_t>(std::max(reader.maxChunkBytes(), 0)));
+        }
+    }
+
+    void refreshFormat(Channel& channel) {
+        if (channel.dump) {
+            channel.context.format = readFormatBlock(portNameOf(channel));
+        }
+    }
+
+    std::string portNameOf(const Channel& channel) const {
+        return m_options.channel.empty() ? m_options.portName : portOfChannel(channel.name);
     }
 
     // False when the channel's thread is to end.
@@ -292,14 +354,29 @@ class FollowSession {
             if (!origin) {
                 return false;
             }
+            channel.context = m_context;
         }
-        if (!channel.dumping && start < m_context.origin) {
+        if (!channel.dumping && start < channel.context.origin) {
             return true;  // before the first frame every dump has
         }
+        if (channel.dumping && gap && start < channel.lastEnd) {
+            // A new run counts its times from its own start again: its records go on in the files
+            // where the old run's ended, as its pictures and samples do.
+            channel.context.origin = start - (channel.lastEnd - channel.context.origin);
+        }
         channel.dumping = true;  // from here on everything, also after a restart of the run
+        channel.lastEnd = recordEnd(channel.kind, chunk);
         std::string error;
-        if (channel.dump->write(chunk, m_context, gap, error)) {
-            return true;
+        switch (channel.dump->write(chunk, channel.context, gap, error)) {
+            case WriteResult::Written:
+                return true;
+            case WriteResult::Ended:
+                say(error);
+                m_ended = true;
+                m_stop.store(true);
+                return false;
+            case WriteResult::Failed:
+                break;
         }
         if (channel.dump->writesStandardOutput()) {
             say("standard output closed: stopping");
@@ -312,10 +389,8 @@ class FollowSession {
 
     // Runs once, under the gate's lock, before any dump writes.
     void announceStart(const Channel& channel, std::int64_t origin) {
-        const std::string portName =
-            m_options.channel.empty() ? m_options.portName : portOfChannel(channel.name);
         m_context.origin = origin;
-        m_context.format = readFormatBlock(portName);
+        m_context.format = readFormatBlock(portNameOf(channel));
         std::lock_guard lock(m_outputMutex);
         m_text << "first frame=" << frameNumberAt(origin, m_context.format.formatCode) << " start=" << origin
                << std::endl;
@@ -340,6 +415,7 @@ class FollowSession {
     std::mutex m_outputMutex;
     std::atomic<std::int64_t> m_records{0};
     std::atomic<bool> m_failed{false};
+    std::atomic<bool> m_ended{false};
     std::vector<std::unique_ptr<Channel>> m_channels;
     std::unique_ptr<AlignmentGate> m_gate;
     DumpContext m_context;  // set by the gate before any dump uses it
@@ -390,7 +466,7 @@ int followRun(const FollowOptions& options, std::ostream& out, std::ostream& err
     for (std::thread& thread : threads) {
         thread.join();
     }
-    return session->finishDumps() ? 0 : 1;
+    return session->finishDumps();
 }
 
 }  // namespace ovtx::tools::simulcast_follow::v1

@@ -14,6 +14,11 @@
 // so that picture, sound and subtitles line up; times in subtitle files count from that frame.
 // A stop comes from the caller's flag, from the record limit or from the time limit; the limits
 // set the flag themselves.
+//
+// A channel that can't be opened is retried; the reason is told once each time it changes ("no run
+// yet", or the object and the system's reason). Across a restart of the run, the follow goes on with
+// the new run's chunk sizes and format block; a Y4M or WAV file goes on only while its picture or
+// sample rate stays the same, and otherwise the follow ends with every file complete.
 #pragma once
 
 #include <atomic>
@@ -42,8 +47,12 @@ struct FollowOptions {
 // True when one of the files goes to standard output; the text then goes to `err`.
 bool writesToStandardOutput(const DumpPaths& paths);
 
+inline constexpr int kExitFileFailed = 1;     // a file could not be created or written
+inline constexpr int kExitFormatChanged = 2;  // the run restarted with a picture or sample rate that a
+                                              // Y4M or WAV file can't change to; the files are complete
+
 // Prints one line per record (or the stats) to `out` and problems to `err`. Returns the
-// process's exit code: 0, or 1 when a file could not be created or written.
+// process's exit code: 0, kExitFileFailed or kExitFormatChanged.
 int followRun(const FollowOptions& options, std::ostream& out, std::ostream& err, std::atomic<bool>& stop);
 
 }  // namespace ovtx::tools::simulcast_follow::v1

@@ -38,13 +38,16 @@ and end times in 100 ns units, and a summary:
   audio     magic, rdisc, and per pair present/sample count/sampling code
   captions  entry count
   teletext  magic, descriptor and data lengths
-The channels are opened with retries until the run has set them up. Stops on Ctrl-C.
+The channels are opened with retries until the run has set them up; a channel that is there
+but refused (no permission, ...) is told with the object and the reason. A restart of the run
+is followed, with the new run's sizes and format. Stops on Ctrl-C.
 
 Files: all of them are created at once, and their content begins with the same frame, the
 first one that every channel with a file has; it is printed as "first frame=<n> start=<t>"
 (t in 100 ns units). Subtitle times count from that frame, so files play in step. A FILE of
 "-" (or /dev/stdout) is standard output, for a pipe into a player; the text then goes to
-standard error, without the record lines.
+standard error, without the record lines. A Y4M or WAV file can't change its picture or sample
+rate mid-file: when the run restarts with others, the follow ends, with every file complete.
 
 Options:
   --channel NAME       follow this one channel instead of a run's four
@@ -68,6 +71,10 @@ Options:
   --quiet              no record lines
   --timeout MS         wait at most MS milliseconds per read before looking for a stop (200)
   -h, --help           show this text
+
+Exit codes: 0 on a stop (Ctrl-C, a limit, standard output closed), 1 for a bad command line or
+a file that could not be created or written, 2 when the run restarted with a picture or sample
+rate that the Y4M or WAV file can't take.
 
 Examples:
   simulcast_follow 0 --y4m - | ffplay -

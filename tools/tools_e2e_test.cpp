@@ -1,12 +1,15 @@
-// simulcast_follow and sdi_tap_stop against a stand-in run (tools_test_run) in other processes.
+// simulcast_follow and sdi_tap_stop against a stand-in run (tools_test_run), or a pattern run
+// (pattern_loop_helper), in other processes.
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <filesystem>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "simulcast/capture_records.h"
 #include "system/process/piped_child.h"
 #include "testing/files.h"
 #include "testing/shm.h"
@@ -15,11 +18,16 @@
 namespace {
 
 using namespace std::chrono_literals;
+using ovtx::simulcast::capture_records::v1::channelName;
+using ovtx::simulcast::capture_records::v1::kCaptionPrefix;
+using ovtx::simulcast::capture_records::v1::kVideoPrefix;
+using ovtx::system::process::v1::ExitStatus;
 using ovtx::system::process::v1::PipedChild;
 using ovtx::system::process::v1::SpawnOptions;
 using ovtx::test_support::v1::binaryPath;
 using ovtx::test_support::v1::finishTool;
 using ovtx::test_support::v1::readFileBytes;
+using ovtx::test_support::v1::removeShmEntries;
 using ovtx::test_support::v1::runTool;
 using ovtx::test_support::v1::shmEntries;
 using ovtx::test_support::v1::ToolResult;
@@ -44,7 +52,9 @@ class SimulcastToolsTest : public ::testing::Test {
         }
         m_run = PipedChild();
         std::filesystem::remove_all(m_dir);
-        EXPECT_EQ(shmEntries(m_port), std::vector<std::string>{});
+        const std::vector<std::string> left = shmEntries(m_port);
+        EXPECT_EQ(left, std::vector<std::string>{});
+        removeShmEntries(left);
     }
 
     void startRun() {
@@ -52,10 +62,42 @@ class SimulcastToolsTest : public ::testing::Test {
         ASSERT_EQ(m_run.readLine(kTimeout), "ready");
     }
 
+    // A pattern run of `format` and `bitDepth` on the test's port, in place of the one running.
+    void startPatternRun(const std::string& format, const std::string& bitDepth) {
+        if (m_run.valid()) {
+            ASSERT_TRUE(m_run.kill(PipedChild::Signal::Interrupt));
+            ASSERT_EQ(m_run.wait(kTimeout), ExitStatus::exitedWith(0));
+        }
+        const std::string log = (m_dir / ("run" + std::to_string(++m_runs) + ".stderr")).string();
+        m_run = PipedChild::spawn(binaryPath("pattern_loop_helper"), {m_port, format, bitDepth, log});
+        ASSERT_TRUE(m_run.valid());
+    }
+
     std::string m_port;
     std::filesystem::path m_dir;
     PipedChild m_run;
+    int m_runs = 0;
 };
+
+// Reads `follow`'s lines until one holds `text`; false when it ends or takes too long first.
+bool readUntil(PipedChild& follow, const std::string& text) {
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    for (auto line = follow.readLine(kTimeout); line && std::chrono::steady_clock::now() < deadline;
+         line = follow.readLine(kTimeout)) {
+        if (line->find(text) != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::size_t occurrences(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
+}
 
 TEST_F(SimulcastToolsTest, FollowRun_PrintsRecordsAndWritesPlayableFiles) {
     startRun();
@@ -141,6 +183,71 @@ TEST_F(SimulcastToolsTest, FollowOneChannelByName_OnlyThatChannel) {
     for (const std::string& line : follow.lines) {
         EXPECT_EQ(line.rfind("captions seq=", 0), 0u) << line;
     }
+}
+
+// A channel that is there but refused is told with its object and reason, once however often the
+// open is retried, apart from "no run yet"; the follow goes on once the channel can be had.
+TEST_F(SimulcastToolsTest, FollowRefusedChannel_TellsObjectAndReasonOnceThenFollows) {
+    const std::string channel = channelName(kCaptionPrefix, m_port);
+    const std::string blocked = "/dev/shm/" + channel + "_MAP_PARAM";
+    ASSERT_TRUE(std::filesystem::create_directory(blocked));
+    SpawnOptions options;
+    options.captureStandardError = true;
+    PipedChild follow =
+        PipedChild::spawn(binaryPath("simulcast_follow"), {"--channel", channel, "--records", "3"}, options);
+    const std::string refusal = channel + "_MAP_PARAM: Is a directory";
+    ASSERT_TRUE(follow.waitForStandardError(refusal, kTimeout));
+    std::this_thread::sleep_for(300ms);  // retries, refused alike
+    std::filesystem::remove(blocked);
+    ASSERT_TRUE(follow.waitForStandardError("waiting for channel " + channel, kTimeout));
+    startRun();
+
+    const ToolResult result = finishTool(follow);
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.lines.size(), 3u);
+    const std::string told = follow.standardError();
+    EXPECT_EQ(occurrences(told, refusal), 1u) << told;
+    EXPECT_EQ(occurrences(told, "channel " + channel + " is there but can't be opened: " + refusal), 1u)
+        << told;
+    EXPECT_EQ(occurrences(told, "waiting for channel"), 1u) << told;
+}
+
+// Followers kept across restarts of the run: into the same format the Y4M file goes on; into a
+// larger one it ends complete (exit code 2, with the reason), while a follower without files goes on
+// with whole records of the new size.
+TEST_F(SimulcastToolsTest, FollowAcrossRestarts_Y4mGoesOnUntilThePictureChangesAndRecordsGrow) {
+    const std::string channel = channelName(kVideoPrefix, m_port);
+    const auto y4m = m_dir / "video.y4m";
+    SpawnOptions options;
+    options.captureStandardError = true;
+    PipedChild dump = PipedChild::spawn(binaryPath("simulcast_follow"),
+                                        {"--channel", channel, "--y4m", y4m.string()}, options);
+    PipedChild raw =
+        PipedChild::spawn(binaryPath("simulcast_follow"), {"--channel", channel, "--kind", "raw"}, options);
+    startPatternRun("0", "8");  // 720x576i 25, 8 bit
+    ASSERT_TRUE(readUntil(dump, "video seq="));
+    ASSERT_TRUE(readUntil(raw, "bytes=622128"));
+    startPatternRun("0", "8");
+    ASSERT_TRUE(readUntil(dump, " disc=1 "));
+    ASSERT_TRUE(readUntil(dump, " disc=0 "));  // frames of the second run in the file
+    startPatternRun("3", "8");                 // 1920x1080p 25, 8 bit
+    ASSERT_TRUE(readUntil(raw, "bytes=3110448"));
+    ASSERT_TRUE(raw.kill(PipedChild::Signal::Interrupt));
+    EXPECT_EQ(finishTool(raw).exitCode, 0);
+
+    const ToolResult ended = finishTool(dump);
+    EXPECT_EQ(ended.exitCode, 2);
+    EXPECT_NE(dump.standardError().find("the run now sends 1920x1080p 25 fps 8-bit; " + y4m.string() +
+                                        " holds 720x576i 25 fps 8-bit, and a Y4M file can't change its "
+                                        "picture mid-file: the follow ends here"),
+              std::string::npos)
+        << dump.standardError();
+    const std::string video = readFileBytes(y4m);
+    const std::string header = "YUV4MPEG2 W720 H576 F25:1 It A16:15 C420\n";
+    ASSERT_EQ(video.substr(0, header.size()), header);
+    const std::size_t frameBytes = std::string("FRAME\n").size() + 720 * 576 * 3 / 2;
+    EXPECT_EQ((video.size() - header.size()) % frameBytes, 0u);
+    EXPECT_GE((video.size() - header.size()) / frameBytes, 2u);
 }
 
 TEST_F(SimulcastToolsTest, SdiTapStop_SetsTheRunsStopEvent) {
