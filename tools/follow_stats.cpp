@@ -5,26 +5,16 @@
 #include <cstdio>
 #include <cstring>
 
+#include "cpp_utils/cpp_tools/string_format.h"
 #include "simulcast/capture_records.h"
 
 namespace ovtx::tools::simulcast_follow::v1 {
 
 namespace {
 
+using cpp_utils::cpp_tools::v1::formatText;
+
 namespace records = simulcast::capture_records::v1;
-
-template <typename Field>
-Field field(const std::uint8_t* chunk, std::size_t offset) {
-    Field value;
-    std::memcpy(&value, chunk + offset, sizeof value);
-    return value;
-}
-
-std::string format(const char* pattern, auto... values) {
-    char text[256];
-    std::snprintf(text, sizeof text, pattern, values...);
-    return text;
-}
 
 constexpr int kNotPresent = -1;
 
@@ -34,7 +24,7 @@ std::string peakDbfs(int peak) {
     if (peak <= 0) {
         return "-inf";
     }
-    return format("%.1f", 20.0 * std::log10(static_cast<double>(peak) / 32768.0));
+    return formatText("%.1f", 20.0 * std::log10(static_cast<double>(peak) / 32768.0));
 }
 
 void ChannelStats::add(bool transportDiscontinuity, const std::uint8_t* chunk, std::size_t bytes) {
@@ -65,15 +55,15 @@ void ChannelStats::add(bool transportDiscontinuity, const std::uint8_t* chunk, s
 }
 
 void ChannelStats::addVideo(const std::uint8_t* chunk) {
-    const auto header = field<records::VideoRecordHeader>(chunk, 0);
+    const auto header = recordField<records::VideoRecordHeader>(chunk, 0);
     m_lastStart = header.start;
     m_discontinuities += header.discontinuity != 0 ? 1 : 0;
-    m_detail = format(" aspect=%u:%u%s", header.aspectNumerator, header.aspectDenominator,
-                      header.standardMismatch != 0 ? " mismatch" : "");
+    m_detail = formatText(" aspect=%u:%u%s", header.aspectNumerator, header.aspectDenominator,
+                          header.standardMismatch != 0 ? " mismatch" : "");
 }
 
 void ChannelStats::addAudio(const std::uint8_t* chunk) {
-    m_lastStart = field<std::int64_t>(chunk, offsetof(records::AudioRecord, start));
+    m_lastStart = recordField<std::int64_t>(chunk, offsetof(records::AudioRecord, start));
     m_discontinuities += chunk[offsetof(records::AudioRecord, discontinuity)] != 0 ? 1 : 0;
     for (std::size_t p = 0; p < m_peaks.size(); ++p) {
         const std::uint8_t* pair =
@@ -81,12 +71,13 @@ void ChannelStats::addAudio(const std::uint8_t* chunk) {
         if (pair[offsetof(records::AudioPairBlock, present)] == 0) {
             continue;
         }
-        const std::size_t count =
-            std::min<std::size_t>(field<std::uint16_t>(pair, offsetof(records::AudioPairBlock, sampleCount)),
-                                  records::kMaxStereoSamples);
+        const std::size_t count = std::min<std::size_t>(
+            recordField<std::uint16_t>(pair, offsetof(records::AudioPairBlock, sampleCount)),
+            records::kMaxStereoSamples);
         int peak = std::max(m_peaks[p], 0);
         for (std::size_t i = 0; i < count * 2; ++i) {
-            const int sample = field<std::int16_t>(pair, offsetof(records::AudioPairBlock, samples) + 2 * i);
+            const int sample =
+                recordField<std::int16_t>(pair, offsetof(records::AudioPairBlock, samples) + 2 * i);
             peak = std::max(peak, std::abs(sample));
         }
         m_peaks[p] = peak;
@@ -98,24 +89,25 @@ void ChannelStats::addCaptions(const std::uint8_t* chunk, std::size_t bytes) {
     if (bytes < head) {
         return;
     }
-    m_lastStart = field<std::int64_t>(chunk, offsetof(records::CaptionRecord, start));
+    m_lastStart = recordField<std::int64_t>(chunk, offsetof(records::CaptionRecord, start));
     const std::size_t count =
         std::min<std::size_t>({chunk[offsetof(records::CaptionRecord, count)], records::kMaxCaptionEntries,
                                (bytes - head) / sizeof(records::CaptionEntry)});
     for (std::size_t i = 0; i < count; ++i) {
-        const auto entry = field<records::CaptionEntry>(chunk, head + i * sizeof(records::CaptionEntry));
+        const auto entry =
+            recordField<records::CaptionEntry>(chunk, head + i * sizeof(records::CaptionEntry));
         if (entry.ccValid == 1 && entry.ccType == 0 && ((entry.ccData1 | entry.ccData2) & 0x7F) != 0) {
             ++m_windowItems;
         }
     }
-    m_detail = format(" entries=%zu", count);
+    m_detail = formatText(" entries=%zu", count);
 }
 
 void ChannelStats::addTeletext(const std::uint8_t* chunk, std::size_t bytes) {
     if (bytes < sizeof(records::TeletextRecord)) {
         return;
     }
-    const auto record = field<records::TeletextRecord>(chunk, 0);
+    const auto record = recordField<records::TeletextRecord>(chunk, 0);
     m_lastStart = record.start;
     if (record.dataLength > 1) {
         m_windowItems += (std::min<std::size_t>(record.dataLength, records::kMaxTeletextDataBytes) - 1) /
@@ -127,8 +119,8 @@ void ChannelStats::addTeletext(const std::uint8_t* chunk, std::size_t bytes) {
         std::string pages;
         for (std::size_t at = 2; at + 5 <= descriptor; at += 5) {
             const int magazine = record.descriptor[at + 3] & 0x07;
-            pages += format("%s%d%02X", pages.empty() ? "" : ",", magazine == 0 ? 8 : magazine,
-                            record.descriptor[at + 4]);
+            pages += formatText("%s%d%02X", pages.empty() ? "" : ",", magazine == 0 ? 8 : magazine,
+                                record.descriptor[at + 4]);
         }
         m_detail = " pages=" + pages;
     }
@@ -136,10 +128,10 @@ void ChannelStats::addTeletext(const std::uint8_t* chunk, std::size_t bytes) {
 
 std::string ChannelStats::takeLine(double seconds) {
     std::lock_guard lock(m_mutex);
-    std::string line = format("stats %s records=%lld rate=%.2f disc=%lld last_start=%lld",
-                              std::string(kindName(m_kind)).c_str(), static_cast<long long>(m_records),
-                              seconds > 0 ? static_cast<double>(m_windowRecords) / seconds : 0.0,
-                              static_cast<long long>(m_discontinuities), static_cast<long long>(m_lastStart));
+    std::string line = formatText(
+        "stats %s records=%lld rate=%.2f disc=%lld last_start=%lld", std::string(kindName(m_kind)).c_str(),
+        static_cast<long long>(m_records), seconds > 0 ? static_cast<double>(m_windowRecords) / seconds : 0.0,
+        static_cast<long long>(m_discontinuities), static_cast<long long>(m_lastStart));
     if (m_kind == RecordKind::Audio) {
         line += " peak_dBFS=";
         for (std::size_t p = 0; p < m_peaks.size(); ++p) {
@@ -149,9 +141,9 @@ std::string ChannelStats::takeLine(double seconds) {
     }
     line += m_detail;
     if (m_kind == RecordKind::Captions) {
-        line += format(" cc1_pairs=%lld", static_cast<long long>(m_windowItems));
+        line += formatText(" cc1_pairs=%lld", static_cast<long long>(m_windowItems));
     } else if (m_kind == RecordKind::Teletext) {
-        line += format(" lines=%lld", static_cast<long long>(m_windowItems));
+        line += formatText(" lines=%lld", static_cast<long long>(m_windowItems));
     }
     m_windowRecords = 0;
     m_windowItems = 0;

@@ -4,65 +4,56 @@
 #include <cstdio>
 #include <cstring>
 
+#include "cpp_utils/cpp_tools/string_format.h"
 #include "simulcast/capture_records.h"
 
 namespace ovtx::tools::simulcast_follow::v1 {
 
 namespace {
 
+using cpp_utils::cpp_tools::v1::formatText;
+
 using namespace simulcast::capture_records::v1;
 
-// Fields are read from the byte buffer by copy: a chunk buffer need not suit a record's alignment.
-template <typename Field>
-Field field(const std::uint8_t* chunk, std::size_t offset) {
-    Field value;
-    std::memcpy(&value, chunk + offset, sizeof value);
-    return value;
-}
-
-std::string format(const char* pattern, auto... values) {
-    std::array<char, 256> text{};
-    std::snprintf(text.data(), text.size(), pattern, values...);
-    return text.data();
-}
-
 std::string times(const std::uint8_t* chunk, std::size_t startOffset, std::size_t endOffset) {
-    return format(" start=%lld end=%lld", static_cast<long long>(field<std::int64_t>(chunk, startOffset)),
-                  static_cast<long long>(field<std::int64_t>(chunk, endOffset)));
+    return formatText(" start=%lld end=%lld",
+                      static_cast<long long>(recordField<std::int64_t>(chunk, startOffset)),
+                      static_cast<long long>(recordField<std::int64_t>(chunk, endOffset)));
 }
 
 std::string videoSummary(const std::uint8_t* chunk) {
-    const auto header = field<VideoRecordHeader>(chunk, 0);
+    const auto header = recordField<VideoRecordHeader>(chunk, 0);
     return times(chunk, offsetof(VideoRecordHeader, start), offsetof(VideoRecordHeader, end)) +
-           format(" magic=0x%04X mismatch=%u rdisc=%u aspect=%u:%u", header.magic, header.standardMismatch,
-                  header.discontinuity, header.aspectNumerator, header.aspectDenominator);
+           formatText(" magic=0x%04X mismatch=%u rdisc=%u aspect=%u:%u", header.magic,
+                      header.standardMismatch, header.discontinuity, header.aspectNumerator,
+                      header.aspectDenominator);
 }
 
 std::string audioSummary(const std::uint8_t* chunk) {
-    std::string line =
-        times(chunk, offsetof(AudioRecord, start), offsetof(AudioRecord, end)) +
-        format(" magic=0x%04X rdisc=%u pairs=", field<std::uint16_t>(chunk, offsetof(AudioRecord, magic)),
-               chunk[offsetof(AudioRecord, discontinuity)]);
+    std::string line = times(chunk, offsetof(AudioRecord, start), offsetof(AudioRecord, end)) +
+                       formatText(" magic=0x%04X rdisc=%u pairs=",
+                                  recordField<std::uint16_t>(chunk, offsetof(AudioRecord, magic)),
+                                  chunk[offsetof(AudioRecord, discontinuity)]);
     for (std::size_t p = 0; p < kAudioPairCount; ++p) {
         const std::uint8_t* pair = chunk + offsetof(AudioRecord, pairs) + sizeof(AudioPairBlock) * p;
-        line += format("%s%u/%u/%u", p == 0 ? "" : ",", pair[offsetof(AudioPairBlock, present)],
-                       field<std::uint16_t>(pair, offsetof(AudioPairBlock, sampleCount)),
-                       field<std::uint32_t>(pair, offsetof(AudioPairBlock, sampling)));
+        line += formatText("%s%u/%u/%u", p == 0 ? "" : ",", pair[offsetof(AudioPairBlock, present)],
+                           recordField<std::uint16_t>(pair, offsetof(AudioPairBlock, sampleCount)),
+                           recordField<std::uint32_t>(pair, offsetof(AudioPairBlock, sampling)));
     }
     return line;
 }
 
 std::string captionSummary(const std::uint8_t* chunk) {
     return times(chunk, offsetof(CaptionRecord, start), offsetof(CaptionRecord, end)) +
-           format(" count=%u", chunk[offsetof(CaptionRecord, count)]);
+           formatText(" count=%u", chunk[offsetof(CaptionRecord, count)]);
 }
 
 std::string teletextSummary(const std::uint8_t* chunk) {
     return times(chunk, offsetof(TeletextRecord, start), offsetof(TeletextRecord, end)) +
-           format(" magic=0x%04X desc=%u data=%u",
-                  field<std::uint16_t>(chunk, offsetof(TeletextRecord, magic)),
-                  field<std::uint32_t>(chunk, offsetof(TeletextRecord, descriptorLength)),
-                  field<std::uint32_t>(chunk, offsetof(TeletextRecord, dataLength)));
+           formatText(" magic=0x%04X desc=%u data=%u",
+                      recordField<std::uint16_t>(chunk, offsetof(TeletextRecord, magic)),
+                      recordField<std::uint32_t>(chunk, offsetof(TeletextRecord, descriptorLength)),
+                      recordField<std::uint32_t>(chunk, offsetof(TeletextRecord, dataLength)));
 }
 
 // Bytes a chunk must hold for the fields its summary reads.
@@ -119,10 +110,11 @@ bool parseKind(std::string_view text, RecordKind& kind) {
 
 std::string summariseRecord(RecordKind kind, std::int64_t sequence, bool discontinuity,
                             const std::uint8_t* chunk, std::size_t bytes) {
-    std::string line = std::string(kindName(kind)) +
-                       format(" seq=%lld disc=%d", static_cast<long long>(sequence), discontinuity ? 1 : 0);
+    std::string line =
+        std::string(kindName(kind)) +
+        formatText(" seq=%lld disc=%d", static_cast<long long>(sequence), discontinuity ? 1 : 0);
     if (bytes < summaryBytes(kind)) {
-        return line + format(" short=%zu", bytes);
+        return line + formatText(" short=%zu", bytes);
     }
     switch (kind) {
         case RecordKind::Video:
@@ -136,7 +128,7 @@ std::string summariseRecord(RecordKind kind, std::int64_t sequence, bool discont
         case RecordKind::Raw:
             break;
     }
-    return line + format(" bytes=%zu", bytes);
+    return line + formatText(" bytes=%zu", bytes);
 }
 
 }  // namespace ovtx::tools::simulcast_follow::v1

@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -24,6 +25,15 @@ RecordKind kindOfChannel(std::string_view channelName);
 std::string_view kindName(RecordKind kind);
 // The kind named by `text` (as kindName gives it); Raw and false for an unknown text.
 bool parseKind(std::string_view text, RecordKind& kind);
+
+// A field of a record read out of the chunk's bytes by copy: a chunk buffer need not suit the
+// record's alignment.
+template <typename Field>
+Field recordField(const std::uint8_t* chunk, std::size_t offset) {
+    Field value;
+    std::memcpy(&value, chunk + offset, sizeof value);
+    return value;
+}
 
 // The line for one chunk of `bytes` bytes: kind, sequence, discontinuity and the record's summary.
 std::string summariseRecord(RecordKind kind, std::int64_t sequence, bool discontinuity,
