@@ -35,7 +35,7 @@ std::int64_t ceilDiv(std::int64_t a, std::int64_t b) {
 }  // namespace
 
 struct SimulatedBoard::Segment {
-    SignalSegment spec;
+    SignalSegment described;
     std::optional<FrameShape> shape;  // nothing without signal, or for a standard with no picture
     std::int64_t rateNumerator = 25;
     std::int64_t rateDenominator = 1;
@@ -47,12 +47,14 @@ struct SimulatedBoard::Segment {
         return k / rateNumerator * rateDenominator * kNanosecondsPerSecond +
                k % rateNumerator * rateDenominator * kNanosecondsPerSecond / rateNumerator;
     }
-    bool carries(std::uint32_t standard) const { return spec.present && shape && spec.standard == standard; }
+    bool carries(std::uint32_t standard) const {
+        return described.present && shape && described.standard == standard;
+    }
 };
 
 struct SimulatedBoard::Port {
     std::uint32_t number = 0;
-    PortScenario spec;
+    PortScenario described;
     std::vector<Segment> segments;
     std::unique_ptr<CaptionTrack> captions;
 
@@ -94,7 +96,7 @@ struct SimulatedBoard::Port {
                 continue;
             }
             count += to - from + 1;
-            for (const FrameWindow& gap : spec.gaps) {
+            for (const FrameWindow& gap : described.gaps) {
                 count -= std::max<std::int64_t>(
                     0, std::min(to, gap.at + gap.frames - 1) - std::max(from, gap.at) + 1);
             }
@@ -176,18 +178,18 @@ SimulatedBoard::SimulatedBoard(Scenario scenario, std::unique_ptr<BoardClock> cl
         port->number = static_cast<std::uint32_t>(number);
         const auto found = m_scenario.ports.find(port->number);
         if (found != m_scenario.ports.end()) {
-            port->spec = found->second;
+            port->described = found->second;
         } else {
-            port->spec.signal.push_back(SignalSegment{0, false});
+            port->described.signal.push_back(SignalSegment{0, false});
         }
         std::int64_t frame = 0;
         std::int64_t ns = 0;
         std::optional<FrameShape> lastShape;
-        for (const SignalSegment& spec : port->spec.signal) {
+        for (const SignalSegment& described : port->described.signal) {
             Segment segment;
-            segment.spec = spec;
-            if (spec.present) {
-                segment.shape = shapeOf(spec.standard, spec.clockDivisor);
+            segment.described = described;
+            if (described.present) {
+                segment.shape = shapeOf(described.standard, described.clockDivisor);
             }
             // A stretch without a picture runs at the rate of the stretch before it.
             const FrameShape rate = segment.shape ? *segment.shape : lastShape.value_or(kNoSignalShape);
@@ -195,14 +197,14 @@ SimulatedBoard::SimulatedBoard(Scenario scenario, std::unique_ptr<BoardClock> cl
             segment.rateDenominator = rate.rateDenominator;
             segment.firstFrame = frame;
             segment.startNs = ns;
-            frame += spec.frames;
-            ns += segment.offsetOf(spec.frames);
+            frame += described.frames;
+            ns += segment.offsetOf(described.frames);
             if (segment.shape) {
                 lastShape = segment.shape;
             }
             port->segments.push_back(segment);
         }
-        port->captions = std::make_unique<CaptionTrack>(port->spec.captions);
+        port->captions = std::make_unique<CaptionTrack>(port->described.captions);
         m_ports.push_back(std::move(port));
     }
 }
@@ -235,7 +237,7 @@ std::uint32_t SimulatedBoard::injected(const char* operation) const {
 }
 
 std::uint32_t SimulatedBoard::injected(const char* operation, const Port& port, std::int64_t frame) const {
-    for (const ErrorInjection& error : port.spec.errors) {
+    for (const ErrorInjection& error : port.described.errors) {
         if (error.operation == operation && (!error.window || error.window->contains(frame))) {
             return error.code;
         }
@@ -321,10 +323,11 @@ std::uint32_t SimulatedBoard::getBoardProperty(DeviceHandle board, std::uint32_t
             return code;
         }
         const Segment& segment = port->segmentOfFrame(frame);
-        if (!segment.spec.present) {
+        if (!segment.described.present) {
             return device::kDeviceBadInputSignal;
         }
-        value = property == numbers.standardProperty ? segment.spec.standard : segment.spec.clockDivisor;
+        value = property == numbers.standardProperty ? segment.described.standard
+                                                     : segment.described.clockDivisor;
         return device::kDeviceOk;
     }
     return device::kDeviceInvalidProperty;
@@ -350,7 +353,7 @@ std::uint32_t SimulatedBoard::openStreamHandle(DeviceHandle board, std::uint32_t
     if (const std::uint32_t code = injected("VHD_OpenStreamHandle", port, port.frameAt(nowNs()))) {
         return code;
     }
-    if (port.spec.heldByAnotherProcess) {
+    if (port.described.heldByAnotherProcess) {
         return device::kDeviceStreamAlreadyUsed;
     }
     auto opened = std::make_unique<Stream>();
@@ -507,11 +510,11 @@ std::optional<std::int64_t> SimulatedBoard::nextSlotFrame(Stream& stream, std::i
     }
     while (stream.nextFrame <= latest) {
         const std::int64_t frame = stream.nextFrame++;
-        if (!port.segmentOfFrame(frame).carries(standard) || port.inAny(port.spec.gaps, frame)) {
+        if (!port.segmentOfFrame(frame).carries(standard) || port.inAny(port.described.gaps, frame)) {
             continue;
         }
         ++stream.slotCounter;
-        if (port.inAny(port.spec.drops, frame)) {
+        if (port.inAny(port.described.drops, frame)) {
             ++stream.slotsDropped;
             continue;
         }
@@ -614,14 +617,14 @@ std::uint32_t SimulatedBoard::slotExtractTimecode(DeviceHandle slot, device::Tim
     if (const std::uint32_t code = injected("VHD_SlotExtractTimecode", port, locked->frame)) {
         return code;
     }
-    const TimecodeSpec& spec = port.spec.timecode;
-    if (!spec.present || port.inAny(spec.missing, locked->frame)) {
+    const TimecodeSpec& described = port.described.timecode;
+    if (!described.present || port.inAny(described.missing, locked->frame)) {
         return device::kDeviceNotFound;
     }
     const FrameShape& shape = *locked->segment->shape;
     const std::int64_t fps = ceilDiv(shape.rateNumerator, shape.rateDenominator);
-    const std::int64_t dropped = spec.dropFrame ? fps / 15 : 0;  // frame numbers skipped each minute
-    const auto& s = spec.start;
+    const std::int64_t dropped = described.dropFrame ? fps / 15 : 0;  // frame numbers skipped each minute
+    const auto& s = described.start;
     const std::int64_t startMinutes = s[0] * 60 + s[1];
     std::int64_t count =
         (startMinutes * 60 + s[2]) * fps + s[3] - dropped * (startMinutes - startMinutes / 10);
@@ -638,7 +641,7 @@ std::uint32_t SimulatedBoard::slotExtractTimecode(DeviceHandle slot, device::Tim
     timecode.minutes = static_cast<std::uint8_t>(count / (60 * fps) % 60);
     timecode.seconds = static_cast<std::uint8_t>(count / fps % 60);
     timecode.frames = static_cast<std::uint8_t>(count % fps);
-    timecode.dropFrame = spec.dropFrame ? 1 : 0;
+    timecode.dropFrame = described.dropFrame ? 1 : 0;
     return device::kDeviceOk;
 }
 
@@ -658,23 +661,24 @@ void SimulatedBoard::buildAnc(Slot& slot) {
     };
     const FrameShape& shape = *slot.segment->shape;
     if (!shape.sd()) {
-        if (!port.spec.captions.empty()) {
-            add(port.spec.captionLine, 0x61, 0x01,
+        if (!port.described.captions.empty()) {
+            add(port.described.captionLine, 0x61, 0x01,
                 captionDistributionPacket(shape, slot.stream->cdpSequence++,
                                           port.captions->pairAt(1, slot.frame),
                                           port.captions->pairAt(2, slot.frame)));
         }
         const std::vector<cc::TeletextPacket> packets = teletextPackets(
-            port.spec.teletext, slot.frame, static_cast<std::size_t>(2 * kTeletextLinesPerField));
-        const bool subtitle = std::any_of(port.spec.teletext.pages.begin(), port.spec.teletext.pages.end(),
-                                          [](const TeletextPageSpec& page) { return page.subtitle; });
+            port.described.teletext, slot.frame, static_cast<std::size_t>(2 * kTeletextLinesPerField));
+        const bool subtitle =
+            std::any_of(port.described.teletext.pages.begin(), port.described.teletext.pages.end(),
+                        [](const TeletextPageSpec& page) { return page.subtitle; });
         for (std::size_t i = 0; i < packets.size(); ++i) {
             const int offset = kFirstTeletextLine[0] + static_cast<int>(i % kTeletextLinesPerField);
-            add(port.spec.teletext.firstAncLine + static_cast<std::int32_t>(i), 0x41, 0x08,
+            add(port.described.teletext.firstAncLine + static_cast<std::int32_t>(i), 0x41, 0x08,
                 teletextAncWords(packets[i], subtitle, offset));
         }
     }
-    for (const RawAncPacket& raw : port.spec.anc) {
+    for (const RawAncPacket& raw : port.described.anc) {
         if (raw.window.contains(slot.frame)) {
             add(raw.line, raw.did, raw.sdid, raw.words);
         }
@@ -743,13 +747,13 @@ void SimulatedBoard::buildVbi(Slot& slot) {
         }
     } else {
         const std::vector<cc::TeletextPacket> packets = teletextPackets(
-            port.spec.teletext, slot.frame, static_cast<std::size_t>(2 * kTeletextLinesPerField));
+            port.described.teletext, slot.frame, static_cast<std::size_t>(2 * kTeletextLinesPerField));
         for (std::size_t i = 0; i < packets.size(); ++i) {
             const auto line = kFirstTeletextLine[i / kTeletextLinesPerField] +
                               static_cast<std::int32_t>(i % kTeletextLinesPerField);
             data.push_back({line, VbiService::TeletextB, {packets[i].begin(), packets[i].end()}});
         }
-        if (const std::optional<std::uint16_t> wss = wssAt(port.spec.wss, slot.frame)) {
+        if (const std::optional<std::uint16_t> wss = wssAt(port.described.wss, slot.frame)) {
             data.push_back({kWssLine,
                             VbiService::Wss625,
                             {static_cast<std::uint8_t>(*wss & 0xFF), static_cast<std::uint8_t>(*wss >> 8)}});
@@ -792,7 +796,7 @@ std::uint32_t SimulatedBoard::slotExtractAudio(DeviceHandle slot, device::AudioI
     if (const std::uint32_t code = injected("VHD_SlotExtractAudio", port, locked->frame)) {
         return code;
     }
-    fillAudio(port.spec.audio, *locked->segment->shape, locked->frame - locked->segment->firstFrame,
+    fillAudio(port.described.audio, *locked->segment->shape, locked->frame - locked->segment->firstFrame,
               locked->frame, audio);
     return device::kDeviceOk;
 }
