@@ -48,15 +48,14 @@ std::int64_t field(const std::string& line, const std::string& key) {
 
 // Follows `portName` for `records` records into files under `dir`, and checks that each channel's
 // records join without a gap and that the audio of pair 1 holds exactly the samples of its times.
-void followAndCheck(const std::string& portName, const fs::path& dir, int records, int width, int height,
-                    int bitDepth) {
+void followAndCheck(const std::string& portName, const fs::path& dir, int width, int height, int bitDepth) {
     const fs::path y4m = dir / "video.y4m";
     const std::string wav = (dir / "pair").string();
-    const ToolResult follow = runTool("simulcast_follow", {portName, "--records", std::to_string(records),
-                                                           "--y4m", y4m.string(), "--wav", wav});
+    // A follow of whole seconds rather than of a count of records: under load one channel's reader
+    // may open a good while after another's, and a count would be spent on the early channels.
+    const ToolResult follow =
+        runTool("simulcast_follow", {portName, "--seconds", "2", "--y4m", y4m.string(), "--wav", wav});
     ASSERT_EQ(follow.exitCode, 0);
-    ASSERT_EQ(follow.lines.size(), static_cast<std::size_t>(records) + 1)
-        << "the records and the first frame";
 
     // The files begin with the first frame both the video and the audio channel have.
     std::map<std::string, std::int64_t> lastEnd;
@@ -137,7 +136,7 @@ class PatternE2eTest : public testing::Test {
 
 TEST_F(PatternE2eTest, TenBitRun_IsContinuousAndEndsByInterrupt) {
     startRun("2", "10");
-    followAndCheck(m_port, m_dir, 120, 720, 480, 10);
+    followAndCheck(m_port, m_dir, 720, 480, 10);
     ASSERT_TRUE(m_run.kill(PipedChild::Signal::Interrupt));
     EXPECT_EQ(m_run.wait(kTimeout), ExitStatus::exitedWith(0));
 }
@@ -150,7 +149,7 @@ TEST(SdiTapPatternE2eTest, DefaultRun_IsFollowedAndEndsBySdiTapStop) {
     options.environment = install.environment();
     PipedChild daemon =
         PipedChild::spawn(binaryPath("sdi_tap"), {"-sdiport", "0", "-videoformat", "3"}, options);
-    followAndCheck("0", install.directory(), 60, 1920, 1080, 8);
+    followAndCheck("0", install.directory(), 1920, 1080, 8);
     EXPECT_EQ(runTool("sdi_tap_stop", {"0"}).exitCode, 0);
     EXPECT_EQ(daemon.wait(kTimeout), ExitStatus::exitedWith(0));
     EXPECT_EQ(runObjects("0"), std::vector<std::string>{});
