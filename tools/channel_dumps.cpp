@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 #include <sstream>
+#include <utility>
 
 #include "encoding/subtitle_text/subtitle_decoder.h"
 #include "tools/caption_files.h"
@@ -224,14 +225,17 @@ class AudioDump : public ChannelDump {
     std::string m_failed;
 };
 
-// Field 1 of CEA-608 goes to the SCC file as sent and, decoded, to the SRT file.
-class CaptionDump : public ChannelDump {
+// A subtitle channel's two files: the channel as sent in a standard form (`StreamFile`: SCC or
+// transport stream) and, decoded, an SRT file. Either may be absent.
+template <typename StreamFile>
+class SubtitleDump : public ChannelDump {
   public:
-    explicit CaptionDump(const DumpPaths& paths) : m_sccPath(paths.scc), m_srtPath(paths.captionSrt) {}
+    SubtitleDump(std::string streamPath, std::string srtPath)
+        : m_streamPath(std::move(streamPath)), m_srtPath(std::move(srtPath)) {}
 
     bool open(std::string& error) override {
-        if (!m_sccPath.empty() && !m_scc.open(m_sccPath)) {
-            error = "cannot create " + m_sccPath;
+        if (!m_streamPath.empty() && !m_stream.open(m_streamPath)) {
+            error = "cannot create " + m_streamPath;
             return false;
         }
         if (!m_srtPath.empty()) {
@@ -243,6 +247,40 @@ class CaptionDump : public ChannelDump {
         }
         return true;
     }
+
+    bool finish(std::string& error) override {
+        const bool stream = m_streamPath.empty() || m_stream.close();
+        const bool srt = m_srtPath.empty() || m_srt.close(m_end);
+        if (!stream || !srt) {
+            error = "cannot write " + (stream ? m_srtPath : m_streamPath);
+        }
+        return stream && srt;
+    }
+
+    bool writesStandardOutput() const override { return isStandardOutput(m_failed); }
+
+  protected:
+    WriteResult failedOn(const std::string& path, std::string& error) {
+        error = "cannot write " + path;
+        m_failed = path;
+        return WriteResult::Failed;
+    }
+
+    std::string m_streamPath;
+    std::string m_srtPath;
+    StreamFile m_stream;
+    SubRipFile m_srt;
+    std::optional<SubtitleDecoder> m_decoder;
+    std::int64_t m_end = 0;  // of the last record, for the last cue
+
+  private:
+    std::string m_failed;
+};
+
+// Field 1 of CEA-608 goes to the SCC file as sent and, decoded, to the SRT file.
+class CaptionDump : public SubtitleDump<SccFile> {
+  public:
+    explicit CaptionDump(const DumpPaths& paths) : SubtitleDump(paths.scc, paths.captionSrt) {}
 
     WriteResult write(const std::vector<std::uint8_t>& chunk, const DumpContext& context, bool gap,
                       std::string& error) override {
@@ -268,7 +306,7 @@ class CaptionDump : public ChannelDump {
             }
             const Cea608Pair pair{static_cast<std::uint8_t>(entry.ccData1),
                                   static_cast<std::uint8_t>(entry.ccData2)};
-            ok = ok && (m_sccPath.empty() || m_scc.addPair(time, pair));
+            ok = ok && (m_streamPath.empty() || m_stream.addPair(time, pair));
             feed(pair);
             fed = true;
         }
@@ -276,28 +314,13 @@ class CaptionDump : public ChannelDump {
             feed(encoding::subtitling::v1::Cea608Pair{});  // the decoder counts frames by its feeds
         }
         if (!ok) {
-            error = "cannot write " + m_sccPath;
-            m_failed = m_sccPath;
-            return WriteResult::Failed;
+            return failedOn(m_streamPath, error);
         }
         if (m_decoder && !m_srt.show(time, m_decoder->captionText())) {
-            error = "cannot write " + m_srtPath;
-            m_failed = m_srtPath;
-            return WriteResult::Failed;
+            return failedOn(m_srtPath, error);
         }
         return WriteResult::Written;
     }
-
-    bool finish(std::string& error) override {
-        const bool scc = m_sccPath.empty() || m_scc.close();
-        const bool srt = m_srtPath.empty() || m_srt.close(m_end);
-        if (!scc || !srt) {
-            error = "cannot write " + (scc ? m_srtPath : m_sccPath);
-        }
-        return scc && srt;
-    }
-
-    bool writesStandardOutput() const override { return isStandardOutput(m_failed); }
 
   private:
     void feed(Cea608Pair pair) {
@@ -305,35 +328,13 @@ class CaptionDump : public ChannelDump {
             m_decoder->feedCaptionPair(pair.first, pair.second);
         }
     }
-
-    std::string m_sccPath;
-    std::string m_srtPath;
-    SccFile m_scc;
-    SubRipFile m_srt;
-    std::optional<SubtitleDecoder> m_decoder;
-    std::int64_t m_end = 0;
-    std::string m_failed;
 };
 
-class TeletextDump : public ChannelDump {
+// The teletext channel goes to a transport stream as sent and, one page decoded, to the SRT file.
+class TeletextDump : public SubtitleDump<TeletextTsFile> {
   public:
     explicit TeletextDump(const DumpPaths& paths)
-        : m_tsPath(paths.teletextTs), m_srtPath(paths.teletextSrt), m_page(paths.teletextPage) {}
-
-    bool open(std::string& error) override {
-        if (!m_tsPath.empty() && !m_ts.open(m_tsPath)) {
-            error = "cannot create " + m_tsPath;
-            return false;
-        }
-        if (!m_srtPath.empty()) {
-            if (!m_srt.open(m_srtPath)) {
-                error = "cannot create " + m_srtPath;
-                return false;
-            }
-            m_decoder.emplace();
-        }
-        return true;
-    }
+        : SubtitleDump(paths.teletextTs, paths.teletextSrt), m_page(paths.teletextPage) {}
 
     WriteResult write(const std::vector<std::uint8_t>& chunk, const DumpContext& context, bool gap,
                       std::string& error) override {
@@ -350,10 +351,8 @@ class TeletextDump : public ChannelDump {
             std::min<std::size_t>(record->descriptorLength, records::kMaxTeletextDescriptorBytes));
         const std::span<const std::uint8_t> data(
             record->data, std::min<std::size_t>(record->dataLength, records::kMaxTeletextDataBytes));
-        if (!m_tsPath.empty() && !m_ts.write(descriptor, data, time)) {
-            error = "cannot write " + m_tsPath;
-            m_failed = m_tsPath;
-            return WriteResult::Failed;
+        if (!m_streamPath.empty() && !m_stream.write(descriptor, data, time)) {
+            return failedOn(m_streamPath, error);
         }
         if (m_decoder) {
             if (gap) {
@@ -361,34 +360,14 @@ class TeletextDump : public ChannelDump {
             }
             m_decoder->feedTeletextData(data);
             if (!m_srt.show(time, m_decoder->teletextText(m_page).value_or(""))) {
-                error = "cannot write " + m_srtPath;
-                m_failed = m_srtPath;
-                return WriteResult::Failed;
+                return failedOn(m_srtPath, error);
             }
         }
         return WriteResult::Written;
     }
 
-    bool finish(std::string& error) override {
-        const bool ts = m_tsPath.empty() || m_ts.close();
-        const bool srt = m_srtPath.empty() || m_srt.close(m_end);
-        if (!ts || !srt) {
-            error = "cannot write " + (ts ? m_srtPath : m_tsPath);
-        }
-        return ts && srt;
-    }
-
-    bool writesStandardOutput() const override { return isStandardOutput(m_failed); }
-
   private:
-    std::string m_tsPath;
-    std::string m_srtPath;
     int m_page;
-    TeletextTsFile m_ts;
-    SubRipFile m_srt;
-    std::optional<SubtitleDecoder> m_decoder;
-    std::int64_t m_end = 0;
-    std::string m_failed;
 };
 
 }  // namespace
