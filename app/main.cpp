@@ -5,15 +5,21 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <stdexcept>
+#include <type_traits>
 
 #include "app/run_parameters.h"
 #include "app/sdi_tap.h"
+#include "app/service_tree.h"
 #include "log/console_sink.h"
 #include "log/i_logger.h"
 #include "log/log_file_sink.h"
 #include "log/log_perf.h"
+#include "network/http_server/http_url.h"
+#include "network/http_server_auth/auth_mgr_client.h"
+#include "network/restful_web_service/abstract_object_web_service.h"
 #include "pattern/pattern_loop.h"
 #include "system/console/standard_error.h"
 #include "system/file/file.h"
@@ -32,7 +38,9 @@ std::atomic<bool> keepRunning{true};
 namespace {
 
 namespace device = system::sdi::deltacast_io::v1;
+using config::abstract_variable::lib_abstract_variable::v2::ObjectFactory;
 using log::i_logger::v0::ILogger;
+using network::restful_web_service::v3::AbstractObjectWebService;
 using system::sdi::simulated_board::v1::deviceApiFromEnvironment;
 
 constexpr const char* kRegistryKeys[] = {"SOFTWARE\\FirmwareAgent\\CurrentVersion\\",
@@ -55,10 +63,36 @@ std::uint32_t boardChannelCount() {
     }
 }
 
-void runPatternPath(const RunParameters& parameters, const std::string& portName, ILogger& logger) {
+constexpr std::int32_t kWebHeapCapacity = 15;
+constexpr std::size_t kWebWorkers = 32;
+
+// The run's REST service over its tree, at the base address (SDI_TAP_HTTP_BASE_URL, by default
+// every address on port 80) and "/sdi_tap/<port>". No state file: the tree only shows the run.
+std::unique_ptr<AbstractObjectWebService> startWebService(ILogger& logger, const ObjectFactory& serviceTree,
+                                                          const std::string& portName) {
+    return std::make_unique<AbstractObjectWebService>(
+        &logger, serviceTree, network::http_server::v3::httpBaseUrl(), "/sdi_tap/" + portName, "", false,
+        network::http_server_auth::auth_mgr_client::v3::alwaysSuccessfulAuthMgr(), kWebHeapCapacity,
+        kWebWorkers, false);
+}
+
+// What the service tree reads of an engine: the engine itself, where it shows its capture state.
+template <typename Engine>
+const CaptureState* captureStateOf(const Engine* engine) {
+    if constexpr (std::is_base_of_v<CaptureState, Engine>) {
+        return engine;
+    } else {
+        return nullptr;
+    }
+}
+
+void runPatternPath(const RunParameters& parameters, const std::string& portName,
+                    const device::BoardInfo& boardInfo, ILogger& logger) {
+    const ObjectFactory serviceTree = buildServiceTree(nullptr, parameters.fourHdQuads, boardInfo);
+    std::unique_ptr<AbstractObjectWebService> webService = startWebService(logger, serviceTree, portName);
     pattern::pattern_source::v1::PatternLoop(portName, parameters.videoFormat, parameters.use10Bit ? 10 : 8,
                                              parameters.audioSampling, logger, keepRunning);
-}
+}  // the service ends here, before the tree it serves
 
 // The engine is deleted at process exit, not when its loop ends, so that its channels stay
 // readable until then.
@@ -90,6 +124,9 @@ void runCapturePath(const RunParameters& parameters, const std::string& portName
     if (!claimed) {
         throw PortServedElsewhere{};
     }
+    const ObjectFactory serviceTree =
+        buildServiceTree(captureStateOf(captureEngine.load()), parameters.fourHdQuads, boardInfo);
+    std::unique_ptr<AbstractObjectWebService> webService = startWebService(logger, serviceTree, portName);
     throw std::runtime_error("The capture loop is not available in this build");
 }
 
@@ -109,7 +146,7 @@ void runGuardedRegion(const RunParameters& parameters, const std::string& portNa
             }
             std::cerr << "SDI board not found, switched to pattern mode." << std::endl;
         }
-        runPatternPath(parameters, portName, logger);
+        runPatternPath(parameters, portName, boardInfo, logger);
         return;
     }
     runCapturePath(parameters, portName, api, logger, portClaim);

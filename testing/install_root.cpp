@@ -30,7 +30,8 @@ std::filesystem::path InstallRoot::logFile(const std::string& portName) const {
 }
 
 std::map<std::string, std::string> InstallRoot::environment() const {
-    return {{"SDI_TAP_REGISTRY", registry().string()}};
+    // A run serves its REST tree on a free loopback port, never on the machine's port 80.
+    return {{"SDI_TAP_REGISTRY", registry().string()}, {"SDI_TAP_HTTP_BASE_URL", "http://127.0.0.1:0"}};
 }
 
 }  // namespace ovtx::test_support::v1

@@ -29,7 +29,7 @@ class InstallRoot {
     std::filesystem::path registry() const { return m_dir / "registry"; }
     std::filesystem::path root() const { return m_dir / "root"; }
     std::filesystem::path logFile(const std::string& portName) const;
-    // SDI_TAP_REGISTRY for a child process.
+    // SDI_TAP_REGISTRY for a child process, and SDI_TAP_HTTP_BASE_URL for a free loopback port.
     std::map<std::string, std::string> environment() const;
 
   private:
