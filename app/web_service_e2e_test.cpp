@@ -12,6 +12,7 @@
 
 #include "log/testing/log_file_reader.h"
 #include "network/http_server/testing/http_test_client.h"
+#include "network/http_server/testing/test_server.h"
 #include "system/process/piped_child.h"
 #include "testing/files.h"
 #include "testing/free_port.h"
@@ -21,6 +22,8 @@
 namespace {
 
 namespace http_testing = ovtx::network::http_server::v3::testing;
+using ovtx::network::http_server::v3::testing::TestServer;
+using ovtx::network::http_server_request_handler::v0::IAnswerSender;
 using ovtx::system::process::v1::ExitStatus;
 using ovtx::system::process::v1::PipedChild;
 using ovtx::system::process::v1::SpawnOptions;
@@ -184,13 +187,8 @@ TEST_F(WebServiceDaemonTest, EndOfTheRun_ClosesTheService) {
 // An address the daemon can't bind ends the run before its loop, with exit code 1.
 TEST(WebServiceDaemonStartTest, AddressInUse_EndsTheRunWithExitCodeOne) {
     InstallRoot install;
-    const std::uint16_t port = freeLoopbackPort();
-    const std::string holderScript = "import socket, sys\ns = socket.socket()\ns.bind(('127.0.0.1', " +
-                                     std::to_string(port) +
-                                     "))\ns.listen()\nprint('ready', flush=True)\nsys.stdin.read()\n";
-    PipedChild holder = PipedChild::spawn("/usr/bin/python3", {"-c", holderScript});
-    ASSERT_EQ(holder.readLine(kTimeout), "ready");
-    PipedChild daemon = startPatternRun(install, 0, port);
+    TestServer holder([](IAnswerSender&) {});
+    PipedChild daemon = startPatternRun(install, 0, holder.port());
     EXPECT_EQ(daemon.wait(kTimeout), ExitStatus::exitedWith(1));
     EXPECT_TRUE(daemon.standardError().ends_with("\nException:Could not bind Http url to Http server\n"))
         << daemon.standardError();
