@@ -76,5 +76,23 @@ TEST_F(DataExchangerWireTest, Failures_AnswerTheirTextAsReasonAndBody) {
     }
 }
 
+TEST_F(DataExchangerWireTest, WritesOverTheWire_ChangeTheTreeAndAnswerAsTold) {
+    EXPECT_EQ(request("POST", "/svc/Text?set", "\"over the wire\""),
+              head("200 OK", "application/json") + chunked("\"\""));
+    EXPECT_EQ(m_data->text, "over the wire");
+    EXPECT_EQ(request("DELETE", "/svc/ById/4"), head("200 OK", "text/plain") + "0\r\n\r\n");
+    EXPECT_EQ(request("GET", "/svc/ById?elements"), head("200 OK", "application/json") + chunked("[]\n"));
+    const std::string large(5000, 'x');
+    EXPECT_EQ(request("POST", "/svc/Text?format=raw", large),
+              head("200 OK", "application/json") + chunked("\"\""));
+    EXPECT_EQ(m_data->text, large);
+}
+
+TEST_F(DataExchangerWireTest, HeapNewOnGet_LeavesTheAnswerToTheServer) {
+    const std::string text = "the server did not fill the response properly";
+    EXPECT_EQ(request("GET", "/svc?heap/new"),
+              "HTTP/1.1 400 Could not process request\r\nTransfer-Encoding: chunked\r\n\r\n" + chunked(text));
+}
+
 }  // namespace
 }  // namespace ovtx::network::restful_web_service_request_handler::v0

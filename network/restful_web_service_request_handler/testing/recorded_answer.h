@@ -25,7 +25,8 @@ class RecordedAnswer : public http_server_request_handler::v0::IAnswerSender {
         m_request.verb = verb;
         m_request.path = std::move(path);
         m_request.query = std::move(query);
-        m_request.body = std::make_unique<v0::DataReceiver>(m_requestBody);
+        m_request.body =
+            std::make_unique<restful_web_service_request_handler::v0::DataReceiver>(m_requestBody);
     }
 
     http_server::v3::Request& GetRequest() override { return m_request; }
@@ -43,9 +44,9 @@ class RecordedAnswer : public http_server_request_handler::v0::IAnswerSender {
     std::string body() const { return std::string(m_body.begin(), m_body.end()); }
 
   private:
-    v0::Bytes m_requestBody;
-    v0::Bytes m_body;
-    v0::DataSender m_sink;
+    restful_web_service_request_handler::v0::Bytes m_requestBody;
+    restful_web_service_request_handler::v0::Bytes m_body;
+    restful_web_service_request_handler::v0::DataSender m_sink;
     http_server::v3::Request m_request;
     http_server_request_handler::v0::HttpHeader m_header;
     bool m_headerSent = false;
