@@ -194,6 +194,30 @@ TEST(WebServiceDaemonStartTest, AddressInUse_EndsTheRunWithExitCodeOne) {
         << daemon.standardError();
 }
 
+// The shipped files laid out as Debian's nginx has them, the http block including conf.d/*.conf
+// and sites-enabled/*.
+TEST(NginxConfigurationTest, ShippedFiles_PassTheCheckOfNginx) {
+    InstallRoot scratch;
+    const std::filesystem::path conf = scratch.directory() / "conf";
+    const std::filesystem::path shipped = std::filesystem::path(SDI_TAP_SOURCE_DIR) / "packaging" / "nginx";
+    for (const char* folder : {"snippets", "conf.d", "sites-enabled"}) {
+        std::filesystem::create_directories(conf / folder);
+    }
+    std::filesystem::copy_file(shipped / "sdi_tap_locations.conf",
+                               conf / "snippets" / "sdi_tap_locations.conf");
+    std::filesystem::copy_file(shipped / "sdi_tap_ports.conf", conf / "conf.d" / "sdi_tap_ports.conf");
+    std::filesystem::copy_file(shipped / "sdi_tap.conf", conf / "sites-enabled" / "sdi_tap.conf");
+    const std::string d = scratch.directory().string();
+    std::ofstream(conf / "nginx.conf")
+        << "pid " << d << "/nginx.pid;\nerror_log " << d
+        << "/error.log;\nevents {}\nhttp {\n    client_body_temp_path " << d << "/body;\n    proxy_temp_path "
+        << d << "/proxy;\n    include conf.d/*.conf;\n    include sites-enabled/*;\n}\n";
+    PipedChild check =
+        PipedChild::spawn("/usr/sbin/nginx", {"-t", "-p", d, "-c", "conf/nginx.conf", "-e", d + "/error.log"},
+                          SpawnOptions{{}, true, 0ms});
+    EXPECT_EQ(check.wait(kTimeout), ExitStatus::exitedWith(0)) << check.standardError();
+}
+
 // nginx in front of two runs: each run's tree under /sdi_tap/<port> of one address.
 class NginxFrontTest : public ::testing::Test {
   protected:
