@@ -30,6 +30,7 @@ using ovtx::system::process::v1::SpawnOptions;
 using ovtx::test_support::v1::binaryPath;
 using ovtx::test_support::v1::eventually;
 using ovtx::test_support::v1::freeLoopbackPort;
+using ovtx::test_support::v1::freeLoopbackPorts;
 using ovtx::test_support::v1::InstallRoot;
 using namespace std::chrono_literals;
 
@@ -278,8 +279,9 @@ class NginxFrontTest : public ::testing::Test {
     }
 
     InstallRoot m_install;
-    std::uint16_t m_daemonPorts[2] = {freeLoopbackPort(), freeLoopbackPort()};
-    std::uint16_t m_nginxPort = freeLoopbackPort();
+    std::vector<std::uint16_t> m_ports = freeLoopbackPorts(3);
+    std::uint16_t m_daemonPorts[2] = {m_ports[0], m_ports[1]};
+    std::uint16_t m_nginxPort = m_ports[2];
     std::vector<PipedChild> m_daemons;
     PipedChild m_nginx;
 };
