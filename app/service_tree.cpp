@@ -26,23 +26,24 @@ using av::VectorType;
 using system::sdi::deltacast_io::v1::BoardInfo;
 namespace sdi = encoding::sdi::sdi_common::v2;
 
-constexpr std::int32_t kAudioPairs = static_cast<std::int32_t>(kAudioStatisticPairs);
-constexpr std::int32_t kQuadrants = static_cast<std::int32_t>(kQuadrantCount);
-
-using Int32Getter = std::function<std::int32_t()>;
+// Views are built afresh on every request, so their closures stay small: the engine's pointer and
+// an index, or one shared_ptr to what was made once when the tree was built (names, type records,
+// child factories, the board record), never a copy of it.
 
 // Every leaf takes writes and drops them: nothing written through the tree reaches the engine.
-template <typename T>
-ObjectFactory leaf(std::function<T()> get) {
-    return [get = std::move(get)]() -> std::unique_ptr<IAbstractObject> {
+// `Get` is a small callable returning T.
+template <typename T, typename Get>
+ObjectFactory leaf(Get get) {
+    return [get]() -> std::unique_ptr<IAbstractObject> {
         return av::GetVariable_Impl<T>(
             get, [](const T&) {}, av::leafType<T>());
     };
 }
 
+// A value fixed when the tree was built.
 template <typename T>
-ObjectFactory constant(T value) {
-    return leaf<T>([value] { return value; });
+ObjectFactory constant(std::shared_ptr<const T> value) {
+    return leaf<T>([value] { return *value; });
 }
 
 EnumType enumTypeOf(const NamedCodes& names) {
@@ -101,17 +102,29 @@ struct TreeTypes {
     }
 };
 
-ObjectFactory enumView(Int32Getter code, std::shared_ptr<const NamedCodes> names,
+template <typename Get>
+ObjectFactory enumView(Get code, std::shared_ptr<const NamedCodes> names,
                        const std::shared_ptr<const AbstractType>& type) {
-    av::TypedFactory<av::IVariable<std::int32_t>> number = [code = std::move(code)] {
-        return av::GetVariable_Impl<std::int32_t>(
-            code, [](const std::int32_t&) {}, av::leafType<std::int32_t>());
+    struct Enum {
+        Get code;
+        std::shared_ptr<const NamedCodes> names;
+        av::TypeFunction<EnumType> type;
     };
-    av::EnumDeclFactory decl = [names = std::move(names)] { return names; };
-    av::TypeFunction<EnumType> typeFunction = av::recordFunction<EnumType>(type);
-    return [number, decl, typeFunction]() -> std::unique_ptr<IAbstractObject> {
-        return std::make_unique<av::EnumVarDeclImpl>(number, decl, typeFunction);
+    auto shared =
+        std::make_shared<const Enum>(Enum{code, std::move(names), av::recordFunction<EnumType>(type)});
+    return [shared]() -> std::unique_ptr<IAbstractObject> {
+        return std::make_unique<av::EnumVarDeclImpl>(
+            [shared] {
+                return av::GetVariable_Impl<std::int32_t>(
+                    shared->code, [](const std::int32_t&) {}, av::leafType<std::int32_t>());
+            },
+            [shared]() -> std::shared_ptr<const av::IEnumDecl> { return shared->names; }, shared->type);
     };
+}
+
+ObjectFactory structView(CDynStruct::Children children, const std::shared_ptr<const AbstractType>& type) {
+    auto view = std::make_shared<const CDynStruct>(std::move(children), av::recordFunction<StructType>(type));
+    return [view]() -> std::unique_ptr<IAbstractObject> { return std::make_unique<CDynStruct>(*view); };
 }
 
 void checkAlternative(const std::string& name) {
@@ -122,21 +135,28 @@ void checkAlternative(const std::string& name) {
 
 // A format as a union: a code of the table stands under AVAILABLE_SDI_INPUT, anything else
 // (no engine, no signal) under UNAVAILABLE_SDI_INPUT; both hold the struct with Standard.
-ObjectFactory formatView(Int32Getter code, const TreeTypes& types) {
-    const ObjectFactory standardStruct =
-        CDynStruct({{"Standard", enumView(code, videoStandardNames(), types.standard)}},
-                   av::recordFunction<StructType>(types.formatStruct))
-            .factory();
-    av::TypeFunction<UnionType> typeFunction = av::recordFunction<UnionType>(types.formatUnion);
-    return [code = std::move(code), standardStruct, typeFunction]() -> std::unique_ptr<IAbstractObject> {
+template <typename Get>
+ObjectFactory formatView(Get code, const TreeTypes& types) {
+    struct Format {
+        Get code;
+        ObjectFactory standardStruct;
+        av::TypeFunction<UnionType> type;
+    };
+    auto shared = std::make_shared<const Format>(Format{
+        code,
+        structView({{"Standard", enumView(code, videoStandardNames(), types.standard)}}, types.formatStruct),
+        av::recordFunction<UnionType>(types.formatUnion)});
+    return [shared]() -> std::unique_ptr<IAbstractObject> {
         return std::make_unique<av::UnionImpl>(
-            [code] { return sdi::formatName(code()) ? kAvailableInput : kUnavailableInput; },
-            [](const std::string& name) { checkAlternative(name); },
-            [standardStruct](const std::string& name) {
-                checkAlternative(name);
-                return standardStruct;
+            [shared] {
+                return std::string(sdi::formatName(shared->code()) ? kAvailableInput : kUnavailableInput);
             },
-            typeFunction);
+            [](const std::string& name) { checkAlternative(name); },
+            [shared](const std::string& name) {
+                checkAlternative(name);
+                return shared->standardStruct;
+            },
+            shared->type);
     };
 }
 
@@ -144,34 +164,31 @@ ObjectFactory formatView(Int32Getter code, const TreeTypes& types) {
 // vector", an index outside with "invalid vector<T> subscript".
 ObjectFactory fixedVector(std::vector<ObjectFactory> elements,
                           const std::shared_ptr<const AbstractType>& type) {
-    auto shared = std::make_shared<const std::vector<ObjectFactory>>(std::move(elements));
-    av::TypeFunction<VectorType> typeFunction = av::recordFunction<VectorType>(type);
-    return [shared, typeFunction]() -> std::unique_ptr<IAbstractObject> {
-        const auto size = static_cast<std::int32_t>(shared->size());
+    struct Vector {
+        std::vector<ObjectFactory> elements;
+        av::TypeFunction<VectorType> type;
+    };
+    auto shared =
+        std::make_shared<const Vector>(Vector{std::move(elements), av::recordFunction<VectorType>(type)});
+    return [shared]() -> std::unique_ptr<IAbstractObject> {
+        const auto size = static_cast<std::int32_t>(shared->elements.size());
         return std::make_unique<av::VectorImpl>(
             [size] { return size; }, [size](std::int32_t) { return size; },
             [shared](std::int32_t index) {
-                if (index < 0 || static_cast<std::size_t>(index) >= shared->size()) {
+                if (index < 0 || static_cast<std::size_t>(index) >= shared->elements.size()) {
                     throw std::out_of_range("invalid vector<T> subscript");
                 }
-                return (*shared)[static_cast<std::size_t>(index)];
+                return shared->elements[static_cast<std::size_t>(index)];
             },
-            typeFunction);
+            shared->type);
     };
-}
-
-ObjectFactory structView(CDynStruct::Children children, const std::shared_ptr<const AbstractType>& type) {
-    return CDynStruct(std::move(children), av::recordFunction<StructType>(type)).factory();
 }
 
 ObjectFactory audioSamplingView(const CaptureState* engine, const TreeTypes& types) {
     std::vector<ObjectFactory> pairs;
-    for (std::int32_t pair = 0; pair < kAudioPairs; ++pair) {
-        const auto index = static_cast<std::size_t>(pair);
-        Int32Getter status = [engine, index] {
-            return engine ? engine->audioStatistic(index).detectedSampling : 0;
-        };
-        Int32Getter rate = [engine, index] { return engine ? engine->audioStatistic(index).percent : 0; };
+    for (std::size_t index = 0; index < kAudioStatisticPairs; ++index) {
+        auto status = [engine, index] { return engine ? engine->audioStatistic(index).detectedSampling : 0; };
+        auto rate = [engine, index] { return engine ? engine->audioStatistic(index).percent : 0; };
         pairs.push_back(
             structView({{"ChannelStatus", enumView(status, audioPairSamplingNames(), types.sampling)},
                         {"DataRate", leaf<std::int32_t>(rate)}},
@@ -182,8 +199,7 @@ ObjectFactory audioSamplingView(const CaptureState* engine, const TreeTypes& typ
 
 ObjectFactory quadrantsView(const CaptureState* engine, const TreeTypes& types) {
     std::vector<ObjectFactory> quadrants;
-    for (std::int32_t quadrant = 0; quadrant < kQuadrants; ++quadrant) {
-        const auto index = static_cast<std::size_t>(quadrant);
+    for (std::size_t index = 0; index < kQuadrantCount; ++index) {
         quadrants.push_back(formatView(
             [engine, index] { return engine ? engine->quadrantFormat(index) : std::int32_t{sdi::NO_FORMAT}; },
             types));
@@ -191,23 +207,26 @@ ObjectFactory quadrantsView(const CaptureState* engine, const TreeTypes& types) 
     return fixedVector(std::move(quadrants), types.quadrantVector);
 }
 
+// One copy of the record, made when the tree is built, behind every leaf.
 ObjectFactory boardInfoView(const BoardInfo& info, const TreeTypes& types) {
+    const auto record = std::make_shared<const BoardInfo>(info);
+    auto field = [&record](const auto& member) { return constant(av::partOf(record, &member)); };
     // The record says the board's type by number; the tree by name, and empty where the board
     // query found no properties.
-    const std::string boardType =
-        info.PropertiesValid ? system::sdi::deltacast_io::v1::boardTypeName(info.BoardType) : "";
-    const ObjectFactory properties = structView({{"DriverVersion", constant(info.DriverVersion)},
-                                                 {"FirmwareVersion", constant(info.FirmwareVersion)},
-                                                 {"FirmwareReleaseDate", constant(info.FirmwareReleaseDate)},
-                                                 {"BoardType", constant(boardType)},
-                                                 {"IsPCIExpress", constant(info.IsPCIExpress)},
-                                                 {"NumRXchannels", constant(info.NumRXchannels)},
-                                                 {"NumTXchannels", constant(info.NumTXchannels)}},
+    auto boardType = std::make_shared<const std::string>(
+        info.PropertiesValid ? system::sdi::deltacast_io::v1::boardTypeName(info.BoardType) : "");
+    const ObjectFactory properties = structView({{"DriverVersion", field(record->DriverVersion)},
+                                                 {"FirmwareVersion", field(record->FirmwareVersion)},
+                                                 {"FirmwareReleaseDate", field(record->FirmwareReleaseDate)},
+                                                 {"BoardType", constant(std::move(boardType))},
+                                                 {"IsPCIExpress", field(record->IsPCIExpress)},
+                                                 {"NumRXchannels", field(record->NumRXchannels)},
+                                                 {"NumTXchannels", field(record->NumTXchannels)}},
                                                 types.properties);
-    return structView({{"ApiAvailable", constant(info.ApiAvailable)},
-                       {"NbSdiBoard", constant(info.NbSdiBoard)},
-                       {"ApiVersion", constant(info.ApiVersion)},
-                       {"PropertiesValid", constant(info.PropertiesValid)},
+    return structView({{"ApiAvailable", field(record->ApiAvailable)},
+                       {"NbSdiBoard", field(record->NbSdiBoard)},
+                       {"ApiVersion", field(record->ApiVersion)},
+                       {"PropertiesValid", field(record->PropertiesValid)},
                        {"Properties", properties}},
                       types.boardInfo);
 }
