@@ -126,24 +126,4 @@ TEST_F(AbstractObjectWebServiceTest, BadStateFile_IsLoggedWithThePrefixAndTheSer
                                        ".state : Cannot unserialize json: incorrect type"});
 }
 
-TEST_F(AbstractObjectWebServiceTest, AddressInUse_FailsTheConstruction) {
-    auto first = start(std::make_shared<Studio>(), "");
-    try {
-        AbstractObjectWebService second(&m_logger, studioTree(std::make_shared<Studio>()),
-                                        "http://127.0.0.1:" + std::to_string(first->port()), "/studio", "",
-                                        false, alwaysSuccessfulAuthMgr(), 15, 4, false);
-        ADD_FAILURE() << "two services on one address";
-    } catch (const std::exception& e) {
-        EXPECT_STREQ(e.what(), "Could not bind Http url to Http server");
-    }
-}
-
-TEST_F(AbstractObjectWebServiceTest, Destruction_StopsServing) {
-    auto service = start(std::make_shared<Studio>(), stateFile());
-    const std::uint16_t port = service->port();
-    EXPECT_EQ(post(port, "/studio/Level", "5"), "HTTP/1.1 200 OK");
-    service.reset();
-    EXPECT_THROW(get(port, "/studio/Level"), std::runtime_error);
-}
-
 }  // namespace
