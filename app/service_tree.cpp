@@ -1,6 +1,5 @@
 #include "app/service_tree.h"
 
-#include <array>
 #include <functional>
 #include <stdexcept>
 #include <utility>
