@@ -127,6 +127,12 @@ class WebServiceDaemonTest : public ::testing::Test {
         m_daemon = startPatternRun(m_install, 0, m_port);
         ASSERT_TRUE(answersOn(m_port)) << m_daemon.standardError();
     }
+    // A clean stop, so that the run gives up its objects even when a check failed.
+    void TearDown() override {
+        if (m_daemon.running()) {
+            stop(m_daemon);
+        }
+    }
 
     InstallRoot m_install;
     std::uint16_t m_port = freeLoopbackPort();
@@ -146,7 +152,6 @@ TEST_F(WebServiceDaemonTest, GetOfTheRoot_AnswersTheWholeTree) {
     EXPECT_EQ(tree["AudioSampling"][7]["ChannelStatus"], "");
     EXPECT_EQ(tree["BoardInfo"]["ApiAvailable"], false);
     EXPECT_EQ(tree["BoardInfo"]["NbSdiBoard"], 0);
-    stop(m_daemon);
 }
 
 TEST_F(WebServiceDaemonTest, LeavesAndBadPaths_AnswerAsTheRequestLanguageSays) {
@@ -176,7 +181,6 @@ TEST_F(WebServiceDaemonTest, LeavesAndBadPaths_AnswerAsTheRequestLanguageSays) {
     }
     // Outside the run's path the server answers by itself.
     EXPECT_EQ(request(m_port, "GET", "/sdi_tap/1").statusLine.substr(0, 12), "HTTP/1.1 404");
-    stop(m_daemon);
 }
 
 TEST_F(WebServiceDaemonTest, EndOfTheRun_ClosesTheService) {
