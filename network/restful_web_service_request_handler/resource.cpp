@@ -29,10 +29,20 @@ Bytes bytesOf(const std::string& text) {
     return Bytes(text.begin(), text.end());
 }
 
-void sendAll(IStreamSender& sink, const Bytes& bytes) {
-    for (std::size_t sent = 0; sent < bytes.size();) {
-        sent += sink.send(bytes.data() + sent, bytes.size() - sent);
+void sendAll(IStreamSender& sink, const std::uint8_t* bytes, std::size_t size) {
+    for (std::size_t sent = 0; sent < size;) {
+        sent += sink.send(bytes + sent, size - sent);
     }
+}
+void sendAll(IStreamSender& sink, const Bytes& bytes) {
+    sendAll(sink, bytes.data(), bytes.size());
+}
+void sendAll(IStreamSender& sink, const std::string& text) {
+    sendAll(sink, reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+}
+
+std::string textOf(const Bytes& bytes) {
+    return std::string(bytes.begin(), bytes.end());
 }
 
 // Writes raw bytes into a string, a data object or a file.
@@ -95,20 +105,20 @@ struct CommandResult {
     Json::Value json;
 };
 
-Bytes writeResult(const CommandResult& result, DataFormat returnFormat,
-                  const std::vector<std::string>& filters) {
+std::string writeResult(const CommandResult& result, DataFormat returnFormat,
+                        const std::vector<std::string>& filters) {
     switch (returnFormat) {
         case DataFormat::json:
         case DataFormat::heap:
             if (result.object == nullptr) {
-                return result.json.isNull() ? bytesOf(kEmptyJsonText) : bytesOf(styledJson(result.json));
+                return result.json.isNull() ? kEmptyJsonText : styledJson(result.json);
             }
-            return bytesOf(styledJson(SerializeValueToJson(result.object, result.type, filters)));
+            return styledJson(SerializeValueToJson(result.object, result.type, filters));
         case DataFormat::raw:
             if (result.object == nullptr) {
-                return result.json.isNull() ? Bytes{} : bytesOf(result.json.asString());
+                return result.json.isNull() ? std::string() : result.json.asString();
             }
-            return readAll(*GetRawValue(result.object));
+            return textOf(readAll(*GetRawValue(result.object)));
         default:
             throw std::runtime_error("invalid return format");
     }
@@ -285,9 +295,10 @@ void AbstractVariableResource::OnElements(Bytes& result) {
     result = bytesOf(styledJson(SerializeElementIdsToJson(&variable())));
 }
 
-Bytes AbstractVariableResource::doCommand(QueryCommand command, DataFormat parameterFormat,
-                                          DataFormat returnFormat, const std::vector<std::string>& filters,
-                                          IStreamReceiver& parameters, const HeapStore& heap) {
+std::string AbstractVariableResource::doCommand(QueryCommand command, DataFormat parameterFormat,
+                                                DataFormat returnFormat,
+                                                const std::vector<std::string>& filters,
+                                                IStreamReceiver& parameters, const HeapStore& heap) {
     Json::Value json;
     Bytes raw;
     switch (parameterFormat) {
@@ -353,17 +364,17 @@ void AbstractVariableResource::OnProcess(QueryCommand command, DataFormat parame
                                          DataFormat returnFormat, const std::vector<std::string>& filters,
                                          PostProcessing postProcessing, IStreamReceiver& parameters,
                                          IStreamSender& result, const HeapStore& heap) {
-    Bytes bytes = doCommand(command, parameterFormat, returnFormat, filters, parameters, heap);
+    std::string text = doCommand(command, parameterFormat, returnFormat, filters, parameters, heap);
     switch (postProcessing) {
         case PostProcessing::none:
             break;
         case PostProcessing::md5:
-            bytes = bytesOf(md5Text(bytes));
+            text = md5Text(text);
             break;
         default:
             throw std::runtime_error("Unknown post processing format");
     }
-    sendAll(result, bytes);
+    sendAll(result, text);
 }
 
 void AbstractVariableResource::OnDelete(std::int32_t index) {

@@ -76,7 +76,8 @@ struct IResource {
     virtual void OnSize(Bytes& result) = 0;
     // The ids of a map.
     virtual void OnElements(Bytes& result) = 0;
-    // Reads, writes or calls the variable; the answer's body goes to `result`.
+    // Reads, writes or calls the variable. The answer's body goes to `result` in one piece, once the
+    // command has succeeded, so that a failure leaves `result` untouched.
     virtual void OnProcess(QueryCommand command, DataFormat parameterFormat, DataFormat returnFormat,
                            const std::vector<std::string>& filters, PostProcessing postProcessing,
                            IStreamReceiver& parameters, IStreamSender& result, const HeapStore& heap) = 0;
@@ -119,9 +120,9 @@ class AbstractVariableResource : public IResource {
   private:
     // The variable, walked to on first use.
     av::IAbstractObject& variable();
-    Bytes doCommand(QueryCommand command, DataFormat parameterFormat, DataFormat returnFormat,
-                    const std::vector<std::string>& filters, IStreamReceiver& parameters,
-                    const HeapStore& heap);
+    std::string doCommand(QueryCommand command, DataFormat parameterFormat, DataFormat returnFormat,
+                          const std::vector<std::string>& filters, IStreamReceiver& parameters,
+                          const HeapStore& heap);
     void changed();
 
     std::shared_ptr<IOnChangeNotifier> m_notifier;
