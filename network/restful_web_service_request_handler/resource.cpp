@@ -101,7 +101,7 @@ class RawSetter : public IStreamSender {
 struct CommandResult {
     std::unique_ptr<IAbstractObject> owned;
     IAbstractObject* object = nullptr;
-    AbstractType type;
+    std::shared_ptr<const AbstractType> type;
     Json::Value json;
 };
 
@@ -113,7 +113,7 @@ std::string writeResult(const CommandResult& result, DataFormat returnFormat,
             if (result.object == nullptr) {
                 return result.json.isNull() ? kEmptyJsonText : styledJson(result.json);
             }
-            return styledJson(SerializeValueToJson(result.object, result.type, filters));
+            return styledJson(SerializeValueToJson(result.object, *result.type, filters));
         case DataFormat::raw:
             if (result.object == nullptr) {
                 return result.json.isNull() ? std::string() : result.json.asString();
@@ -264,8 +264,19 @@ Json::Value parseJsonText(const Bytes& text) {
 }
 
 AbstractVariableResource::AbstractVariableResource(std::shared_ptr<IOnChangeNotifier> notifier,
-                                                   ObjectFactory root, std::vector<std::string> segments)
-    : m_notifier(std::move(notifier)), m_root(std::move(root)), m_segments(std::move(segments)) {}
+                                                   ObjectFactory root, std::vector<std::string> segments,
+                                                   std::shared_ptr<const AbstractType> rootType)
+    : m_notifier(std::move(notifier)),
+      m_root(std::move(root)),
+      m_segments(std::move(segments)),
+      m_rootType(std::move(rootType)) {}
+
+std::shared_ptr<const AbstractType> AbstractVariableResource::variableType() {
+    if (m_segments.empty() && m_rootType) {
+        return m_rootType;
+    }
+    return std::make_shared<const AbstractType>(getObjectType(variable()));
+}
 
 IAbstractObject& AbstractVariableResource::variable() {
     if (!m_variable) {
@@ -281,9 +292,10 @@ void AbstractVariableResource::changed() {
 }
 
 void AbstractVariableResource::OnDesc(Bytes& result) {
-    const AbstractType rootType = getObjectType(*m_root());
+    const std::shared_ptr<const AbstractType> rootType =
+        m_rootType ? m_rootType : std::make_shared<const AbstractType>(getObjectType(*m_root()));
     const AbstractType type =
-        FindTypeAtPath(rootType, std::deque<std::string>(m_segments.begin(), m_segments.end()), true);
+        FindTypeAtPath(*rootType, std::deque<std::string>(m_segments.begin(), m_segments.end()), true);
     result = bytesOf(styledJson(config::abstract_variable::abstract_type::v1::SerializeTypeToJson(type)));
 }
 
@@ -323,10 +335,10 @@ std::string AbstractVariableResource::doCommand(QueryCommand command, DataFormat
     const bool rawKind = parameterFormat == DataFormat::raw;
     if (command == QueryCommand::get && parameterFormat != DataFormat::multipartFormData) {
         result.object = &target;
-        result.type = getObjectType(target);
+        result.type = variableType();
     } else if ((command == QueryCommand::set || command == QueryCommand::load) && !rawKind &&
                parameterFormat == DataFormat::json) {
-        UnserializeValueFromJson(json, &target, getObjectType(target), false, true);
+        UnserializeValueFromJson(json, &target, *variableType(), false, true);
         changed();
     } else if ((command == QueryCommand::set || command == QueryCommand::load) && rawKind) {
         writeRaw(target, std::move(raw));
@@ -348,10 +360,10 @@ std::string AbstractVariableResource::doCommand(QueryCommand command, DataFormat
         }
         result.owned = callable->call(*parameter)();
         result.object = result.owned.get();
-        result.type = *function.returnType;
+        result.type = std::make_shared<const AbstractType>(*function.returnType);
         changed();
         if (heap && returnFormat == DataFormat::heap) {
-            result.json = heap(result.type, *result.object);
+            result.json = heap(*result.type, *result.object);
             result.object = nullptr;
         }
     } else {
@@ -442,8 +454,10 @@ std::unique_ptr<IResource> AbstractVariableResourceFinder::find(const std::strin
     if (!path.starts_with(m_servicePath)) {
         throw std::runtime_error("Invalid resource: " + path);
     }
-    return std::make_unique<AbstractVariableResource>(m_notifier, m_root,
-                                                      treeSegments(path.substr(m_servicePath.size()), path));
+    std::call_once(m_rootTypeMade,
+                   [this] { m_rootType = std::make_shared<const AbstractType>(getObjectType(*m_root())); });
+    return std::make_unique<AbstractVariableResource>(
+        m_notifier, m_root, treeSegments(path.substr(m_servicePath.size()), path), m_rootType);
 }
 
 }  // namespace ovtx::network::restful_web_service_request_handler::v0

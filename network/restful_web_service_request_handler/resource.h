@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -100,10 +101,12 @@ struct IResourceFinder {
 };
 
 // A variable below `root` at the end of `segments` (a URL child path: vector indices from 1).
+// `rootType`, when given, is the root's type record, which spares a copy of it per request.
 class AbstractVariableResource : public IResource {
   public:
     AbstractVariableResource(std::shared_ptr<IOnChangeNotifier> notifier, av::ObjectFactory root,
-                             std::vector<std::string> segments);
+                             std::vector<std::string> segments,
+                             std::shared_ptr<const av::AbstractType> rootType = nullptr);
 
     void OnDesc(Bytes& result) override;
     void OnSize(Bytes& result) override;
@@ -120,6 +123,7 @@ class AbstractVariableResource : public IResource {
   private:
     // The variable, walked to on first use.
     av::IAbstractObject& variable();
+    std::shared_ptr<const av::AbstractType> variableType();
     std::string doCommand(QueryCommand command, DataFormat parameterFormat, DataFormat returnFormat,
                           const std::vector<std::string>& filters, IStreamReceiver& parameters,
                           const HeapStore& heap);
@@ -128,10 +132,13 @@ class AbstractVariableResource : public IResource {
     std::shared_ptr<IOnChangeNotifier> m_notifier;
     av::ObjectFactory m_root;
     std::vector<std::string> m_segments;
+    std::shared_ptr<const av::AbstractType> m_rootType;
     std::unique_ptr<av::IAbstractObject> m_variable;
 };
 
-// Finds variables of the tree that `root` builds, for request paths below `servicePath`.
+// Finds variables of the tree that `root` builds, for request paths below `servicePath`. The
+// root's type record is made once, on the first request, and shared by all that follow: the tree
+// keeps its shape for the life of the service.
 class AbstractVariableResourceFinder : public IResourceFinder {
   public:
     AbstractVariableResourceFinder(av::ObjectFactory root, std::string servicePath,
@@ -143,6 +150,8 @@ class AbstractVariableResourceFinder : public IResourceFinder {
     av::ObjectFactory m_root;
     std::string m_servicePath;
     std::shared_ptr<IOnChangeNotifier> m_notifier;
+    std::once_flag m_rootTypeMade;
+    std::shared_ptr<const av::AbstractType> m_rootType;
 };
 
 // The segments of a path inside a tree: "" is the root, otherwise "/a/b" gives {"a", "b"}.
