@@ -45,17 +45,6 @@ std::string textOf(const Bytes& bytes) {
     return std::string(bytes.begin(), bytes.end());
 }
 
-// Writes raw bytes into a string, a data object or a file.
-void writeRaw(IAbstractObject& object, Bytes bytes) {
-    if (getObjectType(object).is<FileType>()) {
-        SetRawValue(&object, std::move(bytes));
-        return;
-    }
-    std::unique_ptr<IStreamSender> sink = setRawValue(&object);
-    sendAll(*sink, bytes);
-    sink->close();
-}
-
 // A sink that collects bytes and writes them into an object as its raw value when it closes.
 class RawSetter : public IStreamSender {
   public:
@@ -97,13 +86,34 @@ class RawSetter : public IStreamSender {
     bool m_closed = false;
 };
 
-// What a command yields: an object of the tree with its type, or a JSON value of its own.
-struct CommandResult {
-    std::unique_ptr<IAbstractObject> owned;
-    IAbstractObject* object = nullptr;
-    std::shared_ptr<const AbstractType> type;
-    Json::Value json;
-};
+// Writes raw bytes into a string, a data object or a file.
+void writeRaw(IAbstractObject& object, const Bytes& bytes) {
+    RawSetter setter(object);
+    sendAll(setter, bytes);
+    setter.close();
+}
+
+// The body of a request as its format says: JSON, or bytes for raw values and form uploads.
+Parameters readParameters(QueryCommand command, DataFormat format, IStreamReceiver& source) {
+    Parameters parameters;
+    parameters.format = format;
+    switch (format) {
+        case DataFormat::json:
+            parameters.json = parseJsonText(readAll(source));
+            break;
+        case DataFormat::multipartFormData:
+            if (command != QueryCommand::set) {
+                throw std::runtime_error("operation not supported");
+            }
+            [[fallthrough]];
+        case DataFormat::raw:
+            parameters.raw = readAll(source);
+            break;
+        default:
+            throw std::runtime_error("invalid data format");
+    }
+    return parameters;
+}
 
 std::string writeResult(const CommandResult& result, DataFormat returnFormat,
                         const std::vector<std::string>& filters) {
@@ -310,66 +320,58 @@ void AbstractVariableResource::OnElements(Bytes& result) {
 std::string AbstractVariableResource::doCommand(QueryCommand command, DataFormat parameterFormat,
                                                 DataFormat returnFormat,
                                                 const std::vector<std::string>& filters,
-                                                IStreamReceiver& parameters, const HeapStore& heap) {
-    Json::Value json;
-    Bytes raw;
-    switch (parameterFormat) {
-        case DataFormat::json:
-            json = parseJsonText(readAll(parameters));
-            break;
-        case DataFormat::raw:
-            raw = readAll(parameters);
-            break;
-        case DataFormat::multipartFormData:
-            if (command != QueryCommand::set) {
-                throw std::runtime_error("operation not supported");
-            }
-            raw = readAll(parameters);
-            break;
-        default:
-            throw std::runtime_error("invalid data format");
-    }
-
-    IAbstractObject& target = variable();
+                                                IStreamReceiver& source, const HeapStore& heap) {
+    const Parameters parameters = readParameters(command, parameterFormat, source);
     CommandResult result;
-    const bool rawKind = parameterFormat == DataFormat::raw;
-    if (command == QueryCommand::get && parameterFormat != DataFormat::multipartFormData) {
-        result.object = &target;
+    if (command == QueryCommand::get) {
+        result.object = &variable();
         result.type = variableType();
-    } else if ((command == QueryCommand::set || command == QueryCommand::load) && !rawKind &&
-               parameterFormat == DataFormat::json) {
-        UnserializeValueFromJson(json, &target, *variableType(), false, true);
-        changed();
-    } else if ((command == QueryCommand::set || command == QueryCommand::load) && rawKind) {
-        writeRaw(target, std::move(raw));
-        changed();
-    } else if (command == QueryCommand::set && parameterFormat == DataFormat::multipartFormData) {
-        std::unique_ptr<IStreamSender> extractor =
-            newMultiPartFormDataParser(std::make_unique<RawSetter>(target));
-        sendAll(*extractor, raw);
-        extractor->close();
-        changed();
+    } else if (command == QueryCommand::set || command == QueryCommand::load) {
+        write(parameters);
     } else if (command == QueryCommand::call) {
-        const FunctionType function = getObjectType(target).get<FunctionType>();
-        auto callable = convertTo<IFunction>(target);
-        std::unique_ptr<IAbstractObject> parameter = callable->newParameter()();
-        if (rawKind) {
-            writeRaw(*parameter, std::move(raw));
-        } else {
-            UnserializeValueFromJson(json, parameter.get(), *function.parameter, false, false);
-        }
-        result.owned = callable->call(*parameter)();
-        result.object = result.owned.get();
-        result.type = std::make_shared<const AbstractType>(*function.returnType);
-        changed();
-        if (heap && returnFormat == DataFormat::heap) {
-            result.json = heap(*result.type, *result.object);
-            result.object = nullptr;
-        }
+        result = call(parameters, returnFormat, heap);
     } else {
         throw std::runtime_error("not implemented");
     }
     return writeResult(result, returnFormat, filters);
+}
+
+void AbstractVariableResource::write(const Parameters& parameters) {
+    IAbstractObject& target = variable();
+    if (parameters.format == DataFormat::json) {
+        UnserializeValueFromJson(parameters.json, &target, *variableType(), false, true);
+    } else if (parameters.format == DataFormat::raw) {
+        writeRaw(target, parameters.raw);
+    } else {
+        std::unique_ptr<IStreamSender> extractor =
+            newMultiPartFormDataParser(std::make_unique<RawSetter>(target));
+        sendAll(*extractor, parameters.raw);
+        extractor->close();
+    }
+    changed();
+}
+
+CommandResult AbstractVariableResource::call(const Parameters& parameters, DataFormat returnFormat,
+                                             const HeapStore& heap) {
+    IAbstractObject& target = variable();
+    const FunctionType function = getObjectType(target).get<FunctionType>();
+    auto callable = convertTo<IFunction>(target);
+    std::unique_ptr<IAbstractObject> parameter = callable->newParameter()();
+    if (parameters.format == DataFormat::raw) {
+        writeRaw(*parameter, parameters.raw);
+    } else {
+        UnserializeValueFromJson(parameters.json, parameter.get(), *function.parameter, false, false);
+    }
+    CommandResult result;
+    result.owned = callable->call(*parameter)();
+    result.object = result.owned.get();
+    result.type = std::make_shared<const AbstractType>(*function.returnType);
+    changed();
+    if (heap && returnFormat == DataFormat::heap) {
+        result.json = heap(*result.type, *result.object);
+        result.object = nullptr;
+    }
+    return result;
 }
 
 void AbstractVariableResource::OnProcess(QueryCommand command, DataFormat parameterFormat,

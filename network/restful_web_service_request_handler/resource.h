@@ -100,6 +100,21 @@ struct IResourceFinder {
     virtual ~IResourceFinder() = default;
 };
 
+// The body of a request, read as its format says.
+struct Parameters {
+    DataFormat format = DataFormat::json;
+    Json::Value json;
+    Bytes raw;
+};
+
+// What a command yields: an object with its type, or a JSON value of its own (a heap id).
+struct CommandResult {
+    std::unique_ptr<av::IAbstractObject> owned;
+    av::IAbstractObject* object = nullptr;
+    std::shared_ptr<const av::AbstractType> type;
+    Json::Value json;
+};
+
 // A variable below `root` at the end of `segments` (a URL child path: vector indices from 1).
 // `rootType`, when given, is the root's type record, which spares a copy of it per request.
 class AbstractVariableResource : public IResource {
@@ -125,8 +140,10 @@ class AbstractVariableResource : public IResource {
     av::IAbstractObject& variable();
     std::shared_ptr<const av::AbstractType> variableType();
     std::string doCommand(QueryCommand command, DataFormat parameterFormat, DataFormat returnFormat,
-                          const std::vector<std::string>& filters, IStreamReceiver& parameters,
+                          const std::vector<std::string>& filters, IStreamReceiver& source,
                           const HeapStore& heap);
+    void write(const Parameters& parameters);
+    CommandResult call(const Parameters& parameters, DataFormat returnFormat, const HeapStore& heap);
     void changed();
 
     std::shared_ptr<IOnChangeNotifier> m_notifier;
