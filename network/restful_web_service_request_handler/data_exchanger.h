@@ -10,7 +10,7 @@
 //   auto handler = std::make_unique<DataExchanger>(factory, std::shared_ptr<IAbstractObject>(factory()),
 //                                                  "/sdi_tap/0", notifier, 15);
 //   RequestsSource server(&logger, "http://*:80/sdi_tap/0", std::move(handler), 32,
-//   alwaysSuccessfulAuthMgr());
+//                         alwaysSuccessfulAuthMgr());
 //
 //   GET  /sdi_tap/0/BoardInfo/ApiVersion           the value as JSON
 //   GET  /sdi_tap/0/AudioSampling?size             the number of elements

@@ -9,7 +9,7 @@
 //   Bytes body;
 //   DataSender result(body);
 //   resource->OnProcess(QueryCommand::get, DataFormat::json, DataFormat::json, {},
-//                       PostProcessing::none, emptyBody, result, {});   // body: "\"6.21\"\n"
+//                       PostProcessing::none, emptyBody, result, {});   // body: the JSON text
 //
 // JSON answers are styled JSON text (jsoncpp's StyledWriter). Every failure is an exception whose
 // text reaches the client; an element index outside a vector is a std::out_of_range.
