@@ -17,29 +17,6 @@ namespace {
 
 const std::string kEmptyJsonText = "\"\"";
 
-// Sends the header and the whole body, and remembers that it did.
-class Answer {
-  public:
-    explicit Answer(IAnswerSender& sender) : m_sender(sender) {}
-
-    void send(const HttpHeader& header, const std::string& body) {
-        send(header, reinterpret_cast<const std::uint8_t*>(body.data()), body.size());
-    }
-    void send(const HttpHeader& header, const std::uint8_t* body, std::size_t size) {
-        m_sent = true;
-        m_sender.SendHeader(header);
-        auto& sink = m_sender.GetBodySender();
-        for (std::size_t done = 0; done < size;) {
-            done += sink.send(body + done, size - done);
-        }
-    }
-    bool sent() const { return m_sent; }
-
-  private:
-    IAnswerSender& m_sender;
-    bool m_sent = false;
-};
-
 std::string stripTrailingSlashes(std::string path) {
     while (path.ends_with('/')) {
         path.pop_back();
@@ -52,16 +29,49 @@ class EmptyBody : public IStreamReceiver {
     std::size_t receive(std::uint8_t*, std::size_t) override { return 0; }
 };
 
-IStreamReceiver& bodyOf(http_server::v3::Request& request) {
-    static EmptyBody none;
-    return request.body ? *request.body : none;
-}
-
-void sendBytes(IAnswerSender& answer, const HttpHeader& header, const Bytes& body) {
-    Answer(answer).send(header, body.data(), body.size());
-}
-
 }  // namespace
+
+class DataExchanger::Answer : public IStreamSender {
+  public:
+    explicit Answer(IAnswerSender& sender) : m_sender(sender), m_header(200, "OK") {
+        m_header.otherHeaders["Access-Control-Allow-Origin"] = "*";
+        m_header.knownHeaders[ids::HttpHeaderContentType] = "application/json";
+        m_header.knownHeaders[ids::HttpHeaderCacheControl] = "no-cache";
+    }
+
+    http_server::v3::Request& request() { return m_sender.GetRequest(); }
+    IStreamReceiver& requestBody() {
+        static EmptyBody none;
+        return request().body ? *request().body : none;
+    }
+    HttpHeader& header() { return m_header; }
+    bool headerSent() const { return m_headerSent; }
+
+    // The body goes straight to the client, behind the header that the first byte sends.
+    std::size_t send(const std::uint8_t* bytes, std::size_t size) override {
+        sendHeader();
+        IStreamSender& body = m_sender.GetBodySender();
+        for (std::size_t done = 0; done < size;) {
+            done += body.send(bytes + done, size - done);
+        }
+        return size;
+    }
+    void send(const std::string& body) {
+        sendHeader();
+        send(reinterpret_cast<const std::uint8_t*>(body.data()), body.size());
+    }
+    void sendHeader() {
+        if (!m_headerSent) {
+            m_headerSent = true;
+            m_sender.SendHeader(m_header);
+        }
+    }
+
+  private:
+    IAnswerSender& m_sender;
+    HttpHeader m_header;
+    bool m_headerSent = false;
+};
 
 DataExchanger::DataExchanger(av::ObjectFactory factory, std::shared_ptr<av::IAbstractObject> sharedObject,
                              std::string servicePath, std::shared_ptr<IOnChangeNotifier> notifier,
@@ -73,51 +83,45 @@ DataExchanger::DataExchanger(av::ObjectFactory factory, std::shared_ptr<av::IAbs
       m_sessions(std::make_shared<AbstractVariableResourceFinder>(factory, "", m_notifier)),
       m_heapCapacity(heapCapacity) {}
 
-void DataExchanger::Handle(IAnswerSender* answer) {
-    http_server::v3::Request& request = answer->GetRequest();
-    const std::string path = stripTrailingSlashes(request.path);
-    HttpHeader header(200, "OK");
-    header.otherHeaders["Access-Control-Allow-Origin"] = "*";
-    header.knownHeaders[ids::HttpHeaderContentType] = "application/json";
-    header.knownHeaders[ids::HttpHeaderCacheControl] = "no-cache";
-    Answer failure(*answer);
+void DataExchanger::Handle(IAnswerSender* sender) {
+    Answer answer(*sender);
+    const auto fail = [&](std::uint16_t status, const std::string& reason, const char* text) {
+        if (!answer.headerSent()) {
+            answer.header().status = status;
+            answer.header().reason = reason;
+            answer.send(reason);
+        }
+        throw std::runtime_error(std::string("Could not process request: ") + text);
+    };
     try {
-        Query query = parseQuery(request.query);
-        handleRoads(*answer, path, query, header);
+        Query query = parseQuery(answer.request().query);
+        handleRoads(answer, stripTrailingSlashes(answer.request().path), query);
     } catch (const std::out_of_range& error) {
-        header.status = 404;
-        header.reason = "Invalid element index";
-        failure.send(header, header.reason);
-        throw std::runtime_error(std::string("Could not process request: ") + error.what());
+        fail(404, "Invalid element index", error.what());
     } catch (const std::exception& error) {
-        header.status = 400;
-        header.reason = error.what();
-        failure.send(header, header.reason);
-        throw std::runtime_error(std::string("Could not process request: ") + error.what());
+        fail(400, error.what(), error.what());
     }
 }
 
-void DataExchanger::handleRoads(IAnswerSender& answer, const std::string& path, Query& query,
-                                HttpHeader& header) {
-    const HttpVerb verb = answer.GetRequest().verb;
+void DataExchanger::handleRoads(Answer& answer, const std::string& path, Query& query) {
+    const HttpVerb verb = answer.request().verb;
     if (verb == HttpVerb::Delete || verb == HttpVerb::Put) {
-        elementRoad(answer, path, header);
+        elementRoad(answer, path);
     } else if (query.heapGiven) {
-        heapRoad(answer, query, header);
+        heapRoad(answer, query);
     } else if (sessionCommandCount(query) > 0) {
-        const std::string body = m_sessions.handle(query);
-        Answer(answer).send(header, body);
+        answer.send(m_sessions.handle(query));
     } else {
         const std::unique_ptr<IResource> resource = m_finder->find(path);
-        resourceRoad(answer, *resource, query, header,
+        resourceRoad(answer, *resource, query,
                      [this](const av::AbstractType& type, av::IAbstractObject& value) {
                          return m_heap.exclusive()->add(type, value);
                      });
     }
 }
 
-void DataExchanger::elementRoad(IAnswerSender& answer, const std::string& path, HttpHeader& header) {
-    header.knownHeaders[ids::HttpHeaderContentType] = "text/plain";
+void DataExchanger::elementRoad(Answer& answer, const std::string& path) {
+    answer.header().knownHeaders[ids::HttpHeaderContentType] = "text/plain";
     const std::size_t slash = path.rfind('/');
     if (slash == std::string::npos || slash + 1 == path.size()) {
         throw std::runtime_error("Invalid map path");
@@ -129,51 +133,49 @@ void DataExchanger::elementRoad(IAnswerSender& answer, const std::string& path, 
     if (error != std::errc() || end != indexText.data() + indexText.size()) {
         throw std::runtime_error("Invalid map path");
     }
-    if (answer.GetRequest().verb == HttpVerb::Delete) {
+    if (answer.request().verb == HttpVerb::Delete) {
         resource->OnDelete(index);
     } else {
         resource->OnSetRawElement(index);
     }
-    Answer(answer).send(header, "");
+    answer.sendHeader();
 }
 
-void DataExchanger::heapRoad(IAnswerSender& answer, Query& query, const HttpHeader& header) {
-    http_server::v3::Request& request = answer.GetRequest();
-    const bool post = request.verb == HttpVerb::Post;
+void DataExchanger::heapRoad(Answer& answer, Query& query) {
+    const bool post = answer.request().verb == HttpVerb::Post;
     const auto heap = m_heap.exclusive();
     std::visit(
         [&](const auto& alternative) {
             using Alternative = std::decay_t<decltype(alternative)>;
             if constexpr (std::is_same_v<Alternative, HeapNew>) {
                 if (post) {
-                    const std::int32_t id = heap->addFromJson(parseJsonText(readAll(bodyOf(request))));
-                    Answer(answer).send(header, std::to_string(id));
+                    const std::int32_t id = heap->addFromJson(parseJsonText(readAll(answer.requestBody())));
+                    answer.send(std::to_string(id));
                 }
             } else if constexpr (std::is_same_v<Alternative, HeapDelete>) {
                 if (post) {
-                    const Json::Value id = parseJsonText(readAll(bodyOf(request)));
+                    const Json::Value id = parseJsonText(readAll(answer.requestBody()));
                     if (!id.isInt()) {
                         throw std::runtime_error("Cannot unserialize json: incorrect type");
                     }
                     heap->remove(id.asInt());
-                    Answer(answer).send(header, kEmptyJsonText);
+                    answer.send(kEmptyJsonText);
                 }
             } else {
                 AbstractVariableResource resource(m_notifier, heap->instance(alternative.id),
                                                   treeSegments(alternative.path, alternative.path));
                 query.command = alternative.command;
                 query.commandGiven = alternative.commandGiven;
-                resourceRoad(answer, resource, query, header, {});
+                resourceRoad(answer, resource, query, {});
             }
         },
         query.heap);
 }
 
-void DataExchanger::resourceRoad(IAnswerSender& answer, IResource& resource, Query& query,
-                                 const HttpHeader& header, const HeapStore& heap) {
-    http_server::v3::Request& request = answer.GetRequest();
+void DataExchanger::resourceRoad(Answer& answer, IResource& resource, Query& query, const HeapStore& heap) {
+    const HttpVerb verb = answer.request().verb;
     Bytes result;
-    if (request.verb == HttpVerb::Get && query.commandGiven &&
+    if (verb == HttpVerb::Get && query.commandGiven &&
         (query.command == QueryCommand::desc || query.command == QueryCommand::size ||
          query.command == QueryCommand::elements)) {
         if (query.command == QueryCommand::desc) {
@@ -183,20 +185,18 @@ void DataExchanger::resourceRoad(IAnswerSender& answer, IResource& resource, Que
         } else {
             resource.OnElements(result);
         }
-    } else if (request.verb == HttpVerb::Post && query.commandGiven &&
-               query.command == QueryCommand::resize) {
-        resource.OnResize(readAll(bodyOf(request)));
+    } else if (verb == HttpVerb::Post && query.commandGiven && query.command == QueryCommand::resize) {
+        resource.OnResize(readAll(answer.requestBody()));
         result.assign(kEmptyJsonText.begin(), kEmptyJsonText.end());
-    } else if (request.verb == HttpVerb::Post && query.commandGiven &&
-               query.command == QueryCommand::insert) {
-        resource.OnInsert(readAll(bodyOf(request)), result);
+    } else if (verb == HttpVerb::Post && query.commandGiven && query.command == QueryCommand::insert) {
+        resource.OnInsert(readAll(answer.requestBody()), result);
     } else {
-        applyVerbDefaults(query, request.verb);
-        DataSender sink(result);
+        // The resource sends its whole result at once, when nothing can fail any more.
+        applyVerbDefaults(query, verb);
         resource.OnProcess(query.command, query.parameterFormat, query.returnFormat, query.filters,
-                           query.postProcessing, bodyOf(request), sink, heap);
+                           query.postProcessing, answer.requestBody(), answer, heap);
     }
-    sendBytes(answer, header, result);
+    answer.send(result.data(), result.size());
 }
 
 }  // namespace ovtx::network::restful_web_service_request_handler::v0

@@ -10,7 +10,7 @@
 //   auto handler = std::make_unique<DataExchanger>(factory, std::shared_ptr<IAbstractObject>(factory()),
 //                                                  "/sdi_tap/0", notifier, 15);
 //   RequestsSource server(&logger, "http://*:80/sdi_tap/0", std::move(handler), 32,
-//   alwaysSuccessfulAuthMgr());
+//                         alwaysSuccessfulAuthMgr());
 //
 //   GET  /sdi_tap/0/BoardInfo/ApiVersion           the value as JSON
 //   GET  /sdi_tap/0/AudioSampling?size             the number of elements
@@ -52,16 +52,14 @@ class DataExchanger : public http_server_request_handler::v0::IRequestHandler {
     void Handle(http_server_request_handler::v0::IAnswerSender* answer) override;
 
   private:
-    void handleRoads(http_server_request_handler::v0::IAnswerSender& answer, const std::string& path,
-                     Query& query, http_server_request_handler::v0::HttpHeader& header);
-    void elementRoad(http_server_request_handler::v0::IAnswerSender& answer, const std::string& path,
-                     http_server_request_handler::v0::HttpHeader& header);
-    void heapRoad(http_server_request_handler::v0::IAnswerSender& answer, Query& query,
-                  const http_server_request_handler::v0::HttpHeader& header);
+    // The answer of one request: its header, and whether the header went out.
+    class Answer;
+
+    void handleRoads(Answer& answer, const std::string& path, Query& query);
+    void elementRoad(Answer& answer, const std::string& path);
+    void heapRoad(Answer& answer, Query& query);
     // Does what the query asks of `resource`; `heap` is empty when the request may not store.
-    void resourceRoad(http_server_request_handler::v0::IAnswerSender& answer, IResource& resource,
-                      Query& query, const http_server_request_handler::v0::HttpHeader& header,
-                      const HeapStore& heap);
+    void resourceRoad(Answer& answer, IResource& resource, Query& query, const HeapStore& heap);
 
     std::shared_ptr<av::IAbstractObject> m_sharedObject;
     std::shared_ptr<IOnChangeNotifier> m_notifier;

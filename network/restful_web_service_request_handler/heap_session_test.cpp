@@ -110,6 +110,16 @@ TEST_F(HeapAndSessionTest, ChangeLog_ReportsTheVariablesChangedSinceTheLastCall)
     EXPECT_EQ(run(HttpVerb::Get, "?session=0&get_change_log"), "400 '0' is not a valid session id");
 }
 
+TEST_F(HeapAndSessionTest, ChangeLog_ReportsAVariableThatGoesAndComesBackOnceEach) {
+    run(HttpVerb::Get, "?new_session");
+    EXPECT_EQ(run(HttpVerb::Get, "?session=0&add_monitored_variable=/ById/4/X"), "0");
+    run(HttpVerb::Delete, "", "", "/svc/ById/4");
+    EXPECT_EQ(run(HttpVerb::Get, "?session=0&get_change_log"), "[ 0 ]\n");
+    EXPECT_EQ(run(HttpVerb::Get, "?session=0&get_change_log"), "[]\n");
+    run(HttpVerb::Put, "", "", "/svc/ById/4");
+    EXPECT_EQ(run(HttpVerb::Get, "?session=0&get_change_log"), "[ 0 ]\n");
+}
+
 TEST_F(HeapAndSessionTest, SessionCommands_FailWithTheirText) {
     run(HttpVerb::Get, "?new_session");
     const std::vector<std::pair<std::string, std::string>> cases = {

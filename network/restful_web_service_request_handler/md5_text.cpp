@@ -6,7 +6,7 @@
 
 namespace ovtx::network::restful_web_service_request_handler::v0 {
 
-std::string md5Text(const std::vector<std::uint8_t>& bytes) {
+std::string md5Text(std::string_view bytes) {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
     if (EVP_Digest(bytes.data(), bytes.size(), digest, &length, EVP_md5(), nullptr) != 1) {

@@ -6,10 +6,10 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
+#include <string_view>
 
 namespace ovtx::network::restful_web_service_request_handler::v0 {
 
-std::string md5Text(const std::vector<std::uint8_t>& bytes);
+std::string md5Text(std::string_view bytes);
 
 }  // namespace ovtx::network::restful_web_service_request_handler::v0

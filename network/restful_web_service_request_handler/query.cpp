@@ -223,6 +223,9 @@ Query parseQuery(const std::string& queryString) {
 }
 
 void applyVerbDefaults(Query& query, HttpVerb verb) {
+    if (verb == HttpVerb::Head) {
+        verb = HttpVerb::Get;  // the same answer, without its body
+    }
     if (!query.commandGiven) {
         if (verb == HttpVerb::Post) {
             query.command = QueryCommand::load;

@@ -103,7 +103,7 @@ Query parseQuery(const std::string& queryString);
 std::optional<HeapRequest> parseHeapRequest(const std::string& text);
 
 // The defaults that depend on the verb: without a command POST loads and GET gets; `format=`
-// stands for the parameter format of a POST and for the return format of a GET.
+// stands for the parameter format of a POST and for the return format of a GET (and of a HEAD).
 void applyVerbDefaults(Query& query, http_server::v3::HttpVerb verb);
 
 // How many of the five session commands the query holds.

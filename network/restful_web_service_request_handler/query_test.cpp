@@ -31,6 +31,7 @@ TEST(QueryTest, CommandsAndFormats_AfterTheVerbDefaults) {
         {"?set", HttpVerb::Post, QueryCommand::set, DataFormat::json, DataFormat::json},
         {"?format=raw", HttpVerb::Post, QueryCommand::load, DataFormat::raw, DataFormat::json},
         {"?format=raw", HttpVerb::Get, QueryCommand::get, DataFormat::json, DataFormat::raw},
+        {"?format=raw", HttpVerb::Head, QueryCommand::get, DataFormat::json, DataFormat::raw},
         {"?format=json", HttpVerb::Get, QueryCommand::get, DataFormat::json, DataFormat::json},
         {"?format=raw&return_format=HEAP", HttpVerb::Post, QueryCommand::load, DataFormat::raw,
          DataFormat::heap},

@@ -29,21 +29,20 @@ Bytes bytesOf(const std::string& text) {
     return Bytes(text.begin(), text.end());
 }
 
-void sendAll(IStreamSender& sink, const Bytes& bytes) {
-    for (std::size_t sent = 0; sent < bytes.size();) {
-        sent += sink.send(bytes.data() + sent, bytes.size() - sent);
+void sendAll(IStreamSender& sink, const std::uint8_t* bytes, std::size_t size) {
+    for (std::size_t sent = 0; sent < size;) {
+        sent += sink.send(bytes + sent, size - sent);
     }
 }
+void sendAll(IStreamSender& sink, const Bytes& bytes) {
+    sendAll(sink, bytes.data(), bytes.size());
+}
+void sendAll(IStreamSender& sink, const std::string& text) {
+    sendAll(sink, reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+}
 
-// Writes raw bytes into a string, a data object or a file.
-void writeRaw(IAbstractObject& object, Bytes bytes) {
-    if (getObjectType(object).is<FileType>()) {
-        SetRawValue(&object, std::move(bytes));
-        return;
-    }
-    std::unique_ptr<IStreamSender> sink = setRawValue(&object);
-    sendAll(*sink, bytes);
-    sink->close();
+std::string textOf(const Bytes& bytes) {
+    return std::string(bytes.begin(), bytes.end());
 }
 
 // A sink that collects bytes and writes them into an object as its raw value when it closes.
@@ -87,28 +86,49 @@ class RawSetter : public IStreamSender {
     bool m_closed = false;
 };
 
-// What a command yields: an object of the tree with its type, or a JSON value of its own.
-struct CommandResult {
-    std::unique_ptr<IAbstractObject> owned;
-    IAbstractObject* object = nullptr;
-    AbstractType type;
-    Json::Value json;
-};
+// Writes raw bytes into a string, a data object or a file.
+void writeRaw(IAbstractObject& object, const Bytes& bytes) {
+    RawSetter setter(object);
+    sendAll(setter, bytes);
+    setter.close();
+}
 
-Bytes writeResult(const CommandResult& result, DataFormat returnFormat,
-                  const std::vector<std::string>& filters) {
+// The body of a request as its format says: JSON, or bytes for raw values and form uploads.
+Parameters readParameters(QueryCommand command, DataFormat format, IStreamReceiver& source) {
+    Parameters parameters;
+    parameters.format = format;
+    switch (format) {
+        case DataFormat::json:
+            parameters.json = parseJsonText(readAll(source));
+            break;
+        case DataFormat::multipartFormData:
+            if (command != QueryCommand::set) {
+                throw std::runtime_error("operation not supported");
+            }
+            [[fallthrough]];
+        case DataFormat::raw:
+            parameters.raw = readAll(source);
+            break;
+        default:
+            throw std::runtime_error("invalid data format");
+    }
+    return parameters;
+}
+
+std::string writeResult(const CommandResult& result, DataFormat returnFormat,
+                        const std::vector<std::string>& filters) {
     switch (returnFormat) {
         case DataFormat::json:
         case DataFormat::heap:
             if (result.object == nullptr) {
-                return result.json.isNull() ? bytesOf(kEmptyJsonText) : bytesOf(styledJson(result.json));
+                return result.json.isNull() ? kEmptyJsonText : styledJson(result.json);
             }
-            return bytesOf(styledJson(SerializeValueToJson(result.object, result.type, filters)));
+            return styledJson(SerializeValueToJson(result.object, *result.type, filters));
         case DataFormat::raw:
             if (result.object == nullptr) {
-                return result.json.isNull() ? Bytes{} : bytesOf(result.json.asString());
+                return result.json.isNull() ? std::string() : result.json.asString();
             }
-            return readAll(*GetRawValue(result.object));
+            return textOf(readAll(*GetRawValue(result.object)));
         default:
             throw std::runtime_error("invalid return format");
     }
@@ -254,8 +274,19 @@ Json::Value parseJsonText(const Bytes& text) {
 }
 
 AbstractVariableResource::AbstractVariableResource(std::shared_ptr<IOnChangeNotifier> notifier,
-                                                   ObjectFactory root, std::vector<std::string> segments)
-    : m_notifier(std::move(notifier)), m_root(std::move(root)), m_segments(std::move(segments)) {}
+                                                   ObjectFactory root, std::vector<std::string> segments,
+                                                   std::shared_ptr<const AbstractType> rootType)
+    : m_notifier(std::move(notifier)),
+      m_root(std::move(root)),
+      m_segments(std::move(segments)),
+      m_rootType(std::move(rootType)) {}
+
+std::shared_ptr<const AbstractType> AbstractVariableResource::variableType() {
+    if (m_segments.empty() && m_rootType) {
+        return m_rootType;
+    }
+    return std::make_shared<const AbstractType>(getObjectType(variable()));
+}
 
 IAbstractObject& AbstractVariableResource::variable() {
     if (!m_variable) {
@@ -271,9 +302,10 @@ void AbstractVariableResource::changed() {
 }
 
 void AbstractVariableResource::OnDesc(Bytes& result) {
-    const AbstractType rootType = getObjectType(*m_root());
+    const std::shared_ptr<const AbstractType> rootType =
+        m_rootType ? m_rootType : std::make_shared<const AbstractType>(getObjectType(*m_root()));
     const AbstractType type =
-        FindTypeAtPath(rootType, std::deque<std::string>(m_segments.begin(), m_segments.end()), true);
+        FindTypeAtPath(*rootType, std::deque<std::string>(m_segments.begin(), m_segments.end()), true);
     result = bytesOf(styledJson(config::abstract_variable::abstract_type::v1::SerializeTypeToJson(type)));
 }
 
@@ -285,85 +317,78 @@ void AbstractVariableResource::OnElements(Bytes& result) {
     result = bytesOf(styledJson(SerializeElementIdsToJson(&variable())));
 }
 
-Bytes AbstractVariableResource::doCommand(QueryCommand command, DataFormat parameterFormat,
-                                          DataFormat returnFormat, const std::vector<std::string>& filters,
-                                          IStreamReceiver& parameters, const HeapStore& heap) {
-    Json::Value json;
-    Bytes raw;
-    switch (parameterFormat) {
-        case DataFormat::json:
-            json = parseJsonText(readAll(parameters));
-            break;
-        case DataFormat::raw:
-            raw = readAll(parameters);
-            break;
-        case DataFormat::multipartFormData:
-            if (command != QueryCommand::set) {
-                throw std::runtime_error("operation not supported");
-            }
-            raw = readAll(parameters);
-            break;
-        default:
-            throw std::runtime_error("invalid data format");
-    }
-
-    IAbstractObject& target = variable();
+std::string AbstractVariableResource::doCommand(QueryCommand command, DataFormat parameterFormat,
+                                                DataFormat returnFormat,
+                                                const std::vector<std::string>& filters,
+                                                IStreamReceiver& source, const HeapStore& heap) {
+    const Parameters parameters = readParameters(command, parameterFormat, source);
     CommandResult result;
-    const bool rawKind = parameterFormat == DataFormat::raw;
-    if (command == QueryCommand::get && parameterFormat != DataFormat::multipartFormData) {
-        result.object = &target;
-        result.type = getObjectType(target);
-    } else if ((command == QueryCommand::set || command == QueryCommand::load) && !rawKind &&
-               parameterFormat == DataFormat::json) {
-        UnserializeValueFromJson(json, &target, getObjectType(target), false, true);
-        changed();
-    } else if ((command == QueryCommand::set || command == QueryCommand::load) && rawKind) {
-        writeRaw(target, std::move(raw));
-        changed();
-    } else if (command == QueryCommand::set && parameterFormat == DataFormat::multipartFormData) {
-        std::unique_ptr<IStreamSender> extractor =
-            newMultiPartFormDataParser(std::make_unique<RawSetter>(target));
-        sendAll(*extractor, raw);
-        extractor->close();
-        changed();
+    if (command == QueryCommand::get) {
+        result.object = &variable();
+        result.type = variableType();
+    } else if (command == QueryCommand::set || command == QueryCommand::load) {
+        write(parameters);
     } else if (command == QueryCommand::call) {
-        const FunctionType function = getObjectType(target).get<FunctionType>();
-        auto callable = convertTo<IFunction>(target);
-        std::unique_ptr<IAbstractObject> parameter = callable->newParameter()();
-        if (rawKind) {
-            writeRaw(*parameter, std::move(raw));
-        } else {
-            UnserializeValueFromJson(json, parameter.get(), *function.parameter, false, false);
-        }
-        result.owned = callable->call(*parameter)();
-        result.object = result.owned.get();
-        result.type = *function.returnType;
-        changed();
-        if (heap && returnFormat == DataFormat::heap) {
-            result.json = heap(result.type, *result.object);
-            result.object = nullptr;
-        }
+        result = call(parameters, returnFormat, heap);
     } else {
         throw std::runtime_error("not implemented");
     }
     return writeResult(result, returnFormat, filters);
 }
 
+void AbstractVariableResource::write(const Parameters& parameters) {
+    IAbstractObject& target = variable();
+    if (parameters.format == DataFormat::json) {
+        UnserializeValueFromJson(parameters.json, &target, *variableType(), false, true);
+    } else if (parameters.format == DataFormat::raw) {
+        writeRaw(target, parameters.raw);
+    } else {
+        std::unique_ptr<IStreamSender> extractor =
+            newMultiPartFormDataParser(std::make_unique<RawSetter>(target));
+        sendAll(*extractor, parameters.raw);
+        extractor->close();
+    }
+    changed();
+}
+
+CommandResult AbstractVariableResource::call(const Parameters& parameters, DataFormat returnFormat,
+                                             const HeapStore& heap) {
+    IAbstractObject& target = variable();
+    const FunctionType function = getObjectType(target).get<FunctionType>();
+    auto callable = convertTo<IFunction>(target);
+    std::unique_ptr<IAbstractObject> parameter = callable->newParameter()();
+    if (parameters.format == DataFormat::raw) {
+        writeRaw(*parameter, parameters.raw);
+    } else {
+        UnserializeValueFromJson(parameters.json, parameter.get(), *function.parameter, false, false);
+    }
+    CommandResult result;
+    result.owned = callable->call(*parameter)();
+    result.object = result.owned.get();
+    result.type = std::make_shared<const AbstractType>(*function.returnType);
+    changed();
+    if (heap && returnFormat == DataFormat::heap) {
+        result.json = heap(*result.type, *result.object);
+        result.object = nullptr;
+    }
+    return result;
+}
+
 void AbstractVariableResource::OnProcess(QueryCommand command, DataFormat parameterFormat,
                                          DataFormat returnFormat, const std::vector<std::string>& filters,
                                          PostProcessing postProcessing, IStreamReceiver& parameters,
                                          IStreamSender& result, const HeapStore& heap) {
-    Bytes bytes = doCommand(command, parameterFormat, returnFormat, filters, parameters, heap);
+    std::string text = doCommand(command, parameterFormat, returnFormat, filters, parameters, heap);
     switch (postProcessing) {
         case PostProcessing::none:
             break;
         case PostProcessing::md5:
-            bytes = bytesOf(md5Text(bytes));
+            text = md5Text(text);
             break;
         default:
             throw std::runtime_error("Unknown post processing format");
     }
-    sendAll(result, bytes);
+    sendAll(result, text);
 }
 
 void AbstractVariableResource::OnDelete(std::int32_t index) {
@@ -431,8 +456,10 @@ std::unique_ptr<IResource> AbstractVariableResourceFinder::find(const std::strin
     if (!path.starts_with(m_servicePath)) {
         throw std::runtime_error("Invalid resource: " + path);
     }
-    return std::make_unique<AbstractVariableResource>(m_notifier, m_root,
-                                                      treeSegments(path.substr(m_servicePath.size()), path));
+    std::call_once(m_rootTypeMade,
+                   [this] { m_rootType = std::make_shared<const AbstractType>(getObjectType(*m_root())); });
+    return std::make_unique<AbstractVariableResource>(
+        m_notifier, m_root, treeSegments(path.substr(m_servicePath.size()), path), m_rootType);
 }
 
 }  // namespace ovtx::network::restful_web_service_request_handler::v0

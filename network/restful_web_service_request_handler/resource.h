@@ -9,7 +9,7 @@
 //   Bytes body;
 //   DataSender result(body);
 //   resource->OnProcess(QueryCommand::get, DataFormat::json, DataFormat::json, {},
-//                       PostProcessing::none, emptyBody, result, {});   // body: "\"6.21\"\n"
+//                       PostProcessing::none, emptyBody, result, {});   // body: the JSON text
 //
 // JSON answers are styled JSON text (jsoncpp's StyledWriter). Every failure is an exception whose
 // text reaches the client; an element index outside a vector is a std::out_of_range.
@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -76,7 +77,8 @@ struct IResource {
     virtual void OnSize(Bytes& result) = 0;
     // The ids of a map.
     virtual void OnElements(Bytes& result) = 0;
-    // Reads, writes or calls the variable; the answer's body goes to `result`.
+    // Reads, writes or calls the variable. The answer's body goes to `result` in one piece, once the
+    // command has succeeded, so that a failure leaves `result` untouched.
     virtual void OnProcess(QueryCommand command, DataFormat parameterFormat, DataFormat returnFormat,
                            const std::vector<std::string>& filters, PostProcessing postProcessing,
                            IStreamReceiver& parameters, IStreamSender& result, const HeapStore& heap) = 0;
@@ -98,11 +100,28 @@ struct IResourceFinder {
     virtual ~IResourceFinder() = default;
 };
 
+// The body of a request, read as its format says.
+struct Parameters {
+    DataFormat format = DataFormat::json;
+    Json::Value json;
+    Bytes raw;
+};
+
+// What a command yields: an object with its type, or a JSON value of its own (a heap id).
+struct CommandResult {
+    std::unique_ptr<av::IAbstractObject> owned;
+    av::IAbstractObject* object = nullptr;
+    std::shared_ptr<const av::AbstractType> type;
+    Json::Value json;
+};
+
 // A variable below `root` at the end of `segments` (a URL child path: vector indices from 1).
+// `rootType`, when given, is the root's type record, which spares a copy of it per request.
 class AbstractVariableResource : public IResource {
   public:
     AbstractVariableResource(std::shared_ptr<IOnChangeNotifier> notifier, av::ObjectFactory root,
-                             std::vector<std::string> segments);
+                             std::vector<std::string> segments,
+                             std::shared_ptr<const av::AbstractType> rootType = nullptr);
 
     void OnDesc(Bytes& result) override;
     void OnSize(Bytes& result) override;
@@ -119,18 +138,24 @@ class AbstractVariableResource : public IResource {
   private:
     // The variable, walked to on first use.
     av::IAbstractObject& variable();
-    Bytes doCommand(QueryCommand command, DataFormat parameterFormat, DataFormat returnFormat,
-                    const std::vector<std::string>& filters, IStreamReceiver& parameters,
-                    const HeapStore& heap);
+    std::shared_ptr<const av::AbstractType> variableType();
+    std::string doCommand(QueryCommand command, DataFormat parameterFormat, DataFormat returnFormat,
+                          const std::vector<std::string>& filters, IStreamReceiver& source,
+                          const HeapStore& heap);
+    void write(const Parameters& parameters);
+    CommandResult call(const Parameters& parameters, DataFormat returnFormat, const HeapStore& heap);
     void changed();
 
     std::shared_ptr<IOnChangeNotifier> m_notifier;
     av::ObjectFactory m_root;
     std::vector<std::string> m_segments;
+    std::shared_ptr<const av::AbstractType> m_rootType;
     std::unique_ptr<av::IAbstractObject> m_variable;
 };
 
-// Finds variables of the tree that `root` builds, for request paths below `servicePath`.
+// Finds variables of the tree that `root` builds, for request paths below `servicePath`. The
+// root's type record is made once, on the first request, and shared by all that follow: the tree
+// keeps its shape for the life of the service.
 class AbstractVariableResourceFinder : public IResourceFinder {
   public:
     AbstractVariableResourceFinder(av::ObjectFactory root, std::string servicePath,
@@ -142,6 +167,8 @@ class AbstractVariableResourceFinder : public IResourceFinder {
     av::ObjectFactory m_root;
     std::string m_servicePath;
     std::shared_ptr<IOnChangeNotifier> m_notifier;
+    std::once_flag m_rootTypeMade;
+    std::shared_ptr<const av::AbstractType> m_rootType;
 };
 
 // The segments of a path inside a tree: "" is the root, otherwise "/a/b" gives {"a", "b"}.

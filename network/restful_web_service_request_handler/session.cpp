@@ -49,7 +49,14 @@ void Session::RemoveMonitoredVariable(std::int32_t id) {
 
 void Session::UpdateChangeLog() {
     for (auto& [id, monitored] : m_monitored) {
-        std::string digest = digestOf(monitored.path);
+        // A variable that can no longer be read (a map element removed) counts as changed once,
+        // and again when it comes back.
+        std::string digest;
+        try {
+            digest = digestOf(monitored.path);
+        } catch (const std::exception& failure) {
+            digest = std::string("unreadable: ") + failure.what();
+        }
         if (digest != monitored.digest) {
             monitored.digest = std::move(digest);
             m_changeLog.push_back(id);

@@ -31,7 +31,8 @@ struct ISession {
     virtual std::int32_t AddMonitoredVariable(const std::string& path) = 0;
     // Fails with "'<id>' is not a monitored variable of this session" for an unknown id.
     virtual void RemoveMonitoredVariable(std::int32_t id) = 0;
-    // Compares every watched variable with its last digest and logs those that changed.
+    // Compares every watched variable with its last digest and logs those that changed; a variable
+    // that cannot be read any more counts as changed, once.
     virtual void UpdateChangeLog() = 0;
     // The monitor ids logged so far, in ascending order of the updates; empties the log.
     virtual std::vector<std::int32_t> GetChangeLog() = 0;

@@ -2,6 +2,7 @@
 // chunks and bodies.
 #include <gtest/gtest.h>
 
+#include <future>
 #include <memory>
 #include <string>
 #include <vector>
@@ -86,6 +87,19 @@ TEST_F(DataExchangerWireTest, WritesOverTheWire_ChangeTheTreeAndAnswerAsTold) {
     EXPECT_EQ(request("POST", "/svc/Text?format=raw", large),
               head("200 OK", "application/json") + chunked("\"\""));
     EXPECT_EQ(m_data->text, large);
+}
+
+TEST_F(DataExchangerWireTest, ClientsAtOnce_EachGetTheWholeTree) {
+    const std::string expected = request("GET", "/svc?filter=data");
+    ASSERT_TRUE(expected.starts_with("HTTP/1.1 200 OK")) << expected;
+    std::vector<std::future<std::string>> answers;
+    for (int client = 0; client < 8; ++client) {
+        answers.push_back(
+            std::async(std::launch::async, [this] { return request("GET", "/svc?filter=data"); }));
+    }
+    for (auto& answer : answers) {
+        EXPECT_EQ(answer.get(), expected);
+    }
 }
 
 TEST_F(DataExchangerWireTest, HeapNewOnGet_LeavesTheAnswerToTheServer) {
