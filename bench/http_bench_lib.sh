@@ -1,4 +1,4 @@
-# Shared pieces of the HTTP benchmarks (bench/http_bench.sh, bench/rest_bench.sh); sourced, not run.
+# Shared pieces of the HTTP benchmarks (bench/http_bench.sh, bench/daemon_http_bench.sh); sourced, not run.
 # The caller sets `work` (a temporary directory it removes) and `connections`, `duration`.
 
 for tool in taskset wrk nginx python3 curl; do

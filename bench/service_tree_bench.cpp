@@ -1,6 +1,6 @@
 // The service tree's share of a REST answer: the views of the root (or of one leaf) built afresh,
 // their JSON value made and written as text, as a GET does; beside jsoncpp alone writing the same
-// document, the floor that the tree adds to. The HTTP side is measured by bench/rest_bench.sh.
+// document, the floor that the tree adds to. The HTTP side is measured by bench/daemon_http_bench.sh.
 #include <benchmark/benchmark.h>
 #include <json/writer.h>
 

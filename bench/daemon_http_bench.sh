@@ -2,7 +2,7 @@
 # The daemon's REST service beside nginx, in the same run: GET of the service tree's root and of one
 # leaf from a real sdi_tap in pattern mode, and the same JSON bytes as static files from nginx.
 #
-#   flock /tmp/sdi_tap_e2e.lock bench/rest_bench.sh [build dir]
+#   flock /tmp/sdi_tap_e2e.lock bench/daemon_http_bench.sh [build dir]
 #       # default build/release; DURATION=10 CONNECTIONS=32 VIDEOFORMAT=0 LEAF=AudioSampling/1/DataRate
 #
 # Each server runs in turn on CPU 0 (taskset; the daemon with its pattern loop, which shares that
