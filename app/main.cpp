@@ -71,26 +71,18 @@ struct PortServedElsewhere {};
 
 void runCapturePath(const RunParameters& parameters, const std::string& portName, device::DeviceApi& api,
                     ILogger& logger, system::ipc::v2::ProcessClaim& portClaim) {
-    captureEngine.store(new SdiTap(portName));
-    std::atexit(&deleteCaptureEngine);
-    // The engine's first steps, as far as the input stream: the slot loop is not built yet.
-    const device::BoardInfo boardInfo = device::getBoardReport(api);
-    if (parameters.print) {
-        device::printBoardReport(logger, boardInfo);
-    }
-    const device::DeviceHandle board = device::openBoard(api, 0);
-    const std::size_t port = parameters.fourHdQuads ? 0 : static_cast<std::size_t>(parameters.sdiPort);
-    const device::DeviceHandle stream =
-        device::openStream(api, board, device::kPortNumbers.at(port).streamType);
+    SdiTap::Environment environment{api, portName};
     // The port is claimed once its stream is open, so that a stream another process holds still
-    // ends with exit code 100 where the board reports it.
-    const bool claimed = claimPort(portName, portClaim);
-    api.closeStreamHandle(stream);
-    api.closeBoardHandle(board);
-    if (!claimed) {
-        throw PortServedElsewhere{};
-    }
-    throw std::runtime_error("The capture loop is not available in this build");
+    // ends with exit code 100 where the board reports it, and before the engine touches the run's
+    // channels, which belong to whichever run holds the claim.
+    environment.streamOpened = [&portName, &portClaim] {
+        if (!claimPort(portName, portClaim)) {
+            throw PortServedElsewhere{};
+        }
+    };
+    captureEngine.store(new SdiTap(parameters, logger, std::move(environment)));
+    std::atexit(&deleteCaptureEngine);
+    captureEngine.load()->run();
 }
 
 // What the main routine's own guard covers: the board report, the choice of path and both paths.
