@@ -25,11 +25,14 @@
 #include <string>
 
 #include "app/audio_extraction.h"
+#include "app/caption_extraction.h"
 #include "app/capture_state.h"
 #include "app/engine_report.h"
 #include "app/format_detector.h"
 #include "app/run_parameters.h"
+#include "app/teletext_extraction.h"
 #include "app/video_extraction.h"
+#include "app/wss_reading.h"
 #include "encoding/sdi/sdi_common.h"
 #include "log/i_logger.h"
 #include "simulcast/run_objects.h"
@@ -145,6 +148,13 @@ class SdiTap final : public CaptureState {
     std::uint32_t m_slotsDropped = 0;
     bool m_timecodeSeen = false;
     Aspect m_aspect;
+
+    // The ancillary steps. The teletext step keeps the stream's descriptor list for the engine's
+    // life; the aspect that WSS last signalled stays apart from the one of each frame, since a
+    // line that can't be read gives 4:3 for its frame alone.
+    TeletextExtraction m_teletext{m_api, m_report};
+    CaptionExtraction m_captions{m_api, m_report};
+    AspectRatio m_wssAspect = kAspect4x3;
 };
 
 }  // namespace ovtx::app::sdi_tap::v1

@@ -1,6 +1,5 @@
-// The ancillary steps of a slot: teletext, closed captions and wide-screen signalling. Until the
-// lines are read, every slot publishes an empty teletext record and a caption record without
-// entries, and an SD slot keeps the last aspect ratio.
+// The ancillary steps of a slot: teletext, closed captions and wide-screen signalling, each filled
+// by its own unit (teletext_extraction.h, caption_extraction.h, wss_reading.h).
 #include "app/sdi_tap.h"
 
 namespace ovtx::app::sdi_tap::v1 {
@@ -8,36 +7,29 @@ namespace ovtx::app::sdi_tap::v1 {
 namespace records = simulcast::capture_records::v1;
 using records::RunChannel;
 
-void SdiTap::extractTeletext(DeviceHandle /*slot*/, std::int64_t start, std::int64_t end) {
+void SdiTap::extractTeletext(DeviceHandle slot, std::int64_t start, std::int64_t end) {
     auto& writer = m_objects.writer(RunChannel::Teletext);
     auto* record = static_cast<records::TeletextRecord*>(writer.beginChunk());
     if (record == nullptr) {
         return;
     }
-    record->magic = records::kTeletextMagic;
-    record->descriptorLength = 2;
-    record->dataLength = 0;
-    record->start = start;
-    record->end = end;
-    record->descriptor[0] = records::kTeletextDescriptorTag;
-    record->descriptor[1] = 0;
+    m_teletext.extract(slot, m_info.boardStandard, m_vbiLines, *record, start, end);
     writer.commitChunk();
 }
 
-void SdiTap::extractCaptions(DeviceHandle /*slot*/, std::int64_t start, std::int64_t end) {
+void SdiTap::extractCaptions(DeviceHandle slot, std::int64_t start, std::int64_t end) {
     auto& writer = m_objects.writer(RunChannel::Caption);
     auto* record = static_cast<records::CaptionRecord*>(writer.beginChunk());
     if (record == nullptr) {
         return;
     }
-    record->start = start;
-    record->end = end;
-    record->count = 0;
+    m_captions.extract(slot, m_info.boardStandard, *record, start, end);
     writer.commitChunk();
 }
 
-Aspect SdiTap::readWss(DeviceHandle /*slot*/) {
-    return m_aspect;
+Aspect SdiTap::readWss(DeviceHandle slot) {
+    const AspectRatio aspect = readWssAspect(m_api, m_report, slot, m_vbiLines, m_wssLineIndex, m_wssAspect);
+    return {static_cast<std::uint8_t>(aspect.numerator), static_cast<std::uint8_t>(aspect.denominator)};
 }
 
 }  // namespace ovtx::app::sdi_tap::v1

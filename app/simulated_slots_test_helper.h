@@ -6,7 +6,7 @@
 //   SimulatedSlots port(R"({"signal": [{"format": 0}], "wss": [{"at": 0, "aspect": "16:9"}]})", 0);
 //   for (int frame = 0; frame < 10; ++frame) {
 //       DeviceHandle slot = port.next();
-//       readWss(port.api(), report, slot, port.lines(), 0, stored);
+//       readWssAspect(port.api(), report, slot, port.lines(), 0, stored);
 //   }
 #pragma once
 

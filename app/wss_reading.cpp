@@ -21,9 +21,14 @@ constexpr WssLine kFullFormat16x9{0xf8, 0xe3, 0x8e, 0x38, 0xf1, 0xe0, 0xff, 0x1c
 
 }  // namespace
 
-AspectRatio readWss(device::DeviceApi& api, EngineReport& report, device::DeviceHandle slot,
-                    const device::VbiLineTable& lines, std::size_t wssLineIndex, AspectRatio& stored) {
-    const std::int32_t line = static_cast<std::int32_t>(lines.at(wssLineIndex).line);
+AspectRatio readWssAspect(device::DeviceApi& api, EngineReport& report, device::DeviceHandle slot,
+                          const device::VbiLineTable& lines, std::int32_t wssLineIndex, AspectRatio& stored) {
+    if (wssLineIndex < 0 || static_cast<std::size_t>(wssLineIndex) >= lines.size()) {
+        report(false, "ERROR : Cannot get VBI Data on line 23 - Y samples. Result = 0x%08X",
+               device::kDeviceNotFound);
+        return kAspect4x3;
+    }
+    const std::int32_t line = static_cast<std::int32_t>(lines[static_cast<std::size_t>(wssLineIndex)].line);
     WssLine bytes{};
     const device::VbiLineRead read = device::readVbiLine(api, slot, line, device::kVbiSelector, false,
                                                          device::kWssBitRate, kWssSlicedBits, bytes);

@@ -7,7 +7,7 @@
 //
 //   AspectRatio stored = kAspect4x3;                    // set again at every start of a run
 //   ... per SD slot, with the slot locked:
-//   AspectRatio aspect = readWss(api, report, slot, vbiLineTable, wssLineIndex, stored);
+//   AspectRatio aspect = readWssAspect(api, report, slot, vbiLineTable, wssLineIndex, stored);
 #pragma once
 
 #include <cstddef>
@@ -26,10 +26,11 @@ struct AspectRatio {
 inline constexpr AspectRatio kAspect4x3{4, 3};
 inline constexpr AspectRatio kAspect16x9{16, 9};
 
-// Reads the WSS line, entry `wssLineIndex` of the stream's line table, of the locked `slot`.
-AspectRatio readWss(system::sdi::deltacast_io::v1::DeviceApi& api, EngineReport& report,
-                    system::sdi::deltacast_io::v1::DeviceHandle slot,
-                    const system::sdi::deltacast_io::v1::VbiLineTable& lines, std::size_t wssLineIndex,
-                    AspectRatio& stored);
+// Reads the WSS line, entry `wssLineIndex` of the stream's line table, of the locked `slot`. An
+// index outside the table (the lines could not be set up) counts as a line the board can't find.
+AspectRatio readWssAspect(system::sdi::deltacast_io::v1::DeviceApi& api, EngineReport& report,
+                          system::sdi::deltacast_io::v1::DeviceHandle slot,
+                          const system::sdi::deltacast_io::v1::VbiLineTable& lines, std::int32_t wssLineIndex,
+                          AspectRatio& stored);
 
 }  // namespace ovtx::app::sdi_tap::v1

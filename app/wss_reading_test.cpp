@@ -31,7 +31,7 @@ TEST_P(WssReadingTest, Aspect_FollowsTheTwoKnownLinesAndKeepsTheLastOne) {
     AspectRatio stored = kAspect4x3;
     std::vector<std::string> aspects;
     for (std::size_t frame = 0; frame < c.aspect.size(); ++frame) {
-        const AspectRatio aspect = readWss(slots.api(), report, slots.next(), slots.lines(), 0, stored);
+        const AspectRatio aspect = readWssAspect(slots.api(), report, slots.next(), slots.lines(), 0, stored);
         aspects.push_back(std::to_string(aspect.numerator) + ":" + std::to_string(aspect.denominator));
     }
     EXPECT_EQ(aspects, c.aspect);
@@ -62,5 +62,21 @@ INSTANTIATE_TEST_SUITE_P(
                 {"2 exe VBI WSS *NOT* found... Line 23 doesn't contain any information",
                  "2 exe VBI WSS *NOT* found... Line 23 doesn't contain any information"}}),
     [](const ::testing::TestParamInfo<WssCase>& info) { return info.param.name; });
+
+}  // namespace
+
+namespace {
+
+TEST(WssReadingTest, LinesNotSetUp_GiveNarrowFramesAndKeepTheStoredAspect) {
+    SimulatedSlots slots(R"({"signal": [{"format": 0}], "wss": [{"at": 0, "aspect": "16:9"}]})", 0);
+    CapturingLogger logger;
+    EngineReport report(logger, true);
+    AspectRatio stored = kAspect16x9;
+    EXPECT_EQ(readWssAspect(slots.api(), report, slots.next(), slots.lines(), -1, stored), kAspect4x3);
+    EXPECT_EQ(stored, kAspect16x9);
+    EXPECT_EQ(logger.lines(),
+              std::vector<std::string>{
+                  "2 ERROR : Cannot get VBI Data on line 23 - Y samples. Result = 0x00000005"});
+}
 
 }  // namespace
