@@ -82,6 +82,10 @@ void runCapturePath(const RunParameters& parameters, const std::string& portName
     };
     captureEngine.store(new SdiTap(parameters, logger, std::move(environment)));
     std::atexit(&deleteCaptureEngine);
+    // A console stop that came while the engine was being built found no engine to reach.
+    if (!keepRunning.load()) {
+        captureEngine.load()->requestStop();
+    }
     captureEngine.load()->run();
 }
 
