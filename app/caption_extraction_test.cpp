@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <string>
 #include <vector>
@@ -14,196 +13,95 @@
 namespace {
 
 using namespace ovtx::app::sdi_tap::v1;
-using namespace ovtx::app::sdi_tap::v1::testing;
-using ovtx::encoding::subtitle_text::v1::SubtitleDecoder;
-using ovtx::log::log_perf::v4::testing::CapturingLogger;
-using ovtx::simulcast::capture_records::v1::CaptionEntry;
+using ovtx::app::sdi_tap::v1::testing::SimulatedSlots;
 using ovtx::simulcast::capture_records::v1::CaptionRecord;
 
-constexpr std::int32_t kPal = 0;
-constexpr std::int32_t kNtsc = 2;
-constexpr std::int32_t k1080p25 = 3;
-
-// Marker bits, cc_valid, cc_type and the two bytes of an entry.
-using Fields = std::array<std::uint32_t, 5>;
-Fields fields(const CaptionEntry& entry) {
-    return {entry.markerBits, entry.ccValid, entry.ccType, entry.ccData1, entry.ccData2};
-}
-
-// The records of `frames` slots of port 0 described by `port`, and what the verbose report said.
+// The records of `frames` slots of port 0, what CC1 shows after them, and what -print told.
 struct CaptionRun {
     CaptionRun(const std::string& port, std::int32_t format, int frames) {
         SimulatedSlots slots(port, format);
         EngineReport report(logger, true);
         CaptionExtraction captions(slots.api(), report);
+        ovtx::encoding::subtitle_text::v1::SubtitleDecoder decoder;
         for (int frame = 0; frame < frames; ++frame) {
             CaptionRecord& record = records.emplace_back();
-            std::fill_n(reinterpret_cast<unsigned char*>(&record), sizeof record,
-                        0xEE);  // chunks aren't cleared
-            captions.extract(slots.next(), slots.boardStandard(), record, frame * 10, frame * 10 + 10);
-        }
-    }
-    // What a CEA-608 decoder shows of CC1 after the field 1 pairs of every record.
-    std::string cc1Text() const {
-        SubtitleDecoder decoder;
-        for (const CaptionRecord& record : records) {
+            captions.extract(slots.next(), slots.boardStandard(), record, frame, frame + 1);
             for (std::size_t i = 0; i < record.count; ++i) {
-                const CaptionEntry& entry = record.entries[i];
-                if (entry.ccValid == 1 && entry.ccType == 0) {
-                    decoder.feedCaptionPair(static_cast<std::uint8_t>(entry.ccData1),
-                                            static_cast<std::uint8_t>(entry.ccData2));
+                if (record.entries[i].ccValid == 1 && record.entries[i].ccType == 0) {
+                    decoder.feedCaptionPair(record.entries[i].ccData1, record.entries[i].ccData2);
                 }
             }
         }
-        return decoder.captionText();
+        cc1 = decoder.captionText();
+    }
+    std::array<std::uint32_t, 5> entry(std::size_t frame, std::size_t i) const {
+        const auto& e = records.at(frame).entries[i];
+        return {e.markerBits, e.ccValid, e.ccType, e.ccData1, e.ccData2};
     }
 
-    CapturingLogger logger;
+    ovtx::log::log_perf::v4::testing::CapturingLogger logger;
     std::vector<CaptionRecord> records;
+    std::string cc1;
 };
 
-TEST(CaptionExtractionTest, NtscLine21_ReadsBackAsTheSentCaption) {
-    CaptionRun run(R"({"signal": [{"format": 2}], "captions": [{"at": 1, "text": "CC1 ON LINE 21"},
-                           {"at": 1, "field": 2, "text": "FIELD TWO"}]})",
-                   kNtsc, 14);
-    EXPECT_EQ(run.cc1Text(), "CC1 ON LINE 21");
-    std::vector<std::uint8_t> field2;
-    for (const CaptionRecord& record : run.records) {
-        ASSERT_EQ(record.count, 2);
-        EXPECT_EQ(record.entries[0].ccType, 0u);
-        EXPECT_EQ(record.entries[1].ccType, 1u);
-        field2.push_back(static_cast<std::uint8_t>(record.entries[1].ccData1 & 0x7F));
-        field2.push_back(static_cast<std::uint8_t>(record.entries[1].ccData2 & 0x7F));
-    }
-    // Field 2 holds CC3: its text stands between the preamble and "end of caption".
-    const std::string bytes(field2.begin(), field2.end());
-    EXPECT_NE(bytes.find("FIELD TWO"), std::string::npos) << bytes;
-    EXPECT_EQ(run.records[3].start, 30);
-    EXPECT_EQ(run.records[3].end, 40);
+TEST(CaptionExtractionTest, NtscLine21AndHdPackets_ReadBackAsTheSentCaption) {
+    CaptionRun ntsc(R"({"signal": [{"format": 2}], "captions": [{"at": 2, "text": "ON LINE 21"}]})", 2, 12);
+    EXPECT_EQ(ntsc.cc1, "ON LINE 21");
+    EXPECT_EQ(ntsc.records[0].count, 2);  // no caption yet: the null pair in both fields
+    EXPECT_EQ(ntsc.entry(0, 0), (std::array<std::uint32_t, 5>{31, 1, 0, 128, 128}));
+    EXPECT_EQ(ntsc.entry(0, 1), (std::array<std::uint32_t, 5>{31, 1, 1, 128, 128}));
+    CaptionRun hd(R"({"signal": [{"format": 3}], "captions": [{"at": 2, "text": "IN PACKETS"}]})", 3, 12);
+    EXPECT_EQ(hd.cc1, "IN PACKETS");
+    EXPECT_EQ(hd.records[0].count, 24);  // cc_count at 25 frames a second
+    EXPECT_EQ(hd.entry(0, 2), (std::array<std::uint32_t, 5>{31, 0, 2, 0, 0}));
+    CaptionRun pal(R"({"signal": [{"format": 0}], "captions": [{"at": 0, "text": "X"}]})", 0, 1);
+    EXPECT_EQ(pal.records[0].count, 0);
+    EXPECT_EQ(pal.records[0].end, 1);
 }
 
-TEST(CaptionExtractionTest, NtscWithoutCaptions_GivesTwoNullEntries) {
-    CaptionRun run(R"({"signal": [{"format": 2}]})", kNtsc, 2);
-    for (const CaptionRecord& record : run.records) {
-        ASSERT_EQ(record.count, 2);
-        EXPECT_EQ(fields(record.entries[0]), (Fields{31, 1, 0, 128, 128}));
-        EXPECT_EQ(fields(record.entries[1]), (Fields{31, 1, 1, 128, 128}));
-    }
+// A caption distribution packet on `line` of frames 0 to 2 with the words after its header.
+std::string cdp(int line, const std::string& body = "225, 252, 65, 66, 116, 0, 1, 0") {
+    return R"({"at": 0, "frames": 3, "did": "0x61", "sdid": "0x01", "line": )" + std::to_string(line) +
+           R"(, "words": [150, 105, 16, 63, 67, 0, 1, 114, )" + body + "]}";
 }
 
-TEST(CaptionExtractionTest, NtscLineThatCantBeRead_KeepsTheNullPair) {
-    CaptionRun run(R"({"signal": [{"format": 2}], "captions": [{"at": 1, "text": "ABC"}],
-                           "errors": [{"operation": "VHD_SlotVbiGetLine", "at": 1, "frames": 1, "code": 2}]})",
-                   kNtsc, 2);
-    EXPECT_EQ(run.records[0].count, 2);
-    EXPECT_EQ(fields(run.records[0].entries[0]), (Fields{31, 1, 0, 128, 128}));
-    EXPECT_EQ(run.records[1].entries[0].ccData1, 0x94u);  // the second pair of the caption is read
-}
-
-TEST(CaptionExtractionTest, Pal_HasNoEntriesWhateverTheSignalHolds) {
-    CaptionRun run(R"({"signal": [{"format": 0}],
-                           "anc": [{"at": 0, "frames": 5, "line": 9, "did": "0x61", "sdid": "0x01",
-                                    "words": [150, 105, 20, 63, 67, 0, 1, 114, 225, 252, 148, 47, 116, 0, 1, 0]}]})",
-                   kPal, 2);
-    EXPECT_EQ(run.records[0].count, 0);
-    EXPECT_EQ(run.records[1].count, 0);
-    EXPECT_EQ(run.records[1].start, 10);
-}
-
-TEST(CaptionExtractionTest, HdDistributionPackets_ReadBackAsTheSentCaption) {
-    CaptionRun run(R"({"signal": [{"format": 3}], "captions": [{"at": 2, "text": "IN CAPTION PACKETS"}]})",
-                   k1080p25, 16);
-    EXPECT_EQ(run.cc1Text(), "IN CAPTION PACKETS");
-    EXPECT_EQ(run.records[0].count, 24);  // cc_count at 25 frames a second
-    EXPECT_EQ(fields(run.records[0].entries[1]), (Fields{31, 1, 1, 0x80, 0x80}));
-    EXPECT_EQ(fields(run.records[0].entries[2]), (Fields{31, 0, 2, 0, 0}));
-    EXPECT_TRUE(run.logger.lines().empty());
-}
-
-// A CDP with one cc_data triple on line `line`: 1 entry of field 1 with "AB".
-std::string oneEntryCdp(int line, int frames = 3) {
-    return R"({"at": 0, "frames": )" + std::to_string(frames) + R"(, "line": )" + std::to_string(line) +
-           R"(, "did": "0x61", "sdid": "0x01",
-               "words": [150, 105, 16, 63, 67, 0, 1, 114, 225, 252, 65, 66, 116, 0, 1, 0]})";
-}
-
-struct CdpCase {
+struct PacketCase {
     std::string name;
-    std::string anc;  // raw packets of the scenario
-    bool captions;    // the board's own packet on line 9 too
-    int count;
-    std::string logged;  // the one verbose line, if any
-};
-
-class CaptionPacketCaseTest : public ::testing::TestWithParam<CdpCase> {};
-
-TEST_P(CaptionPacketCaseTest, LastLineWithAPacketDecides_AFailureLeavesNoEntries) {
-    const CdpCase& c = GetParam();
-    const std::string captions = c.captions ? R"(, "captions": [{"at": 0, "text": "X"}])" : "";
-    CaptionRun run(R"({"signal": [{"format": 3}], "anc": [)" + c.anc + "]" + captions + "}", k1080p25, 1);
-    EXPECT_EQ(run.records[0].count, c.count);
-    if (c.count == 1) {
-        EXPECT_EQ(fields(run.records[0].entries[0]), (Fields{31, 1, 0, 65, 66}));
-    }
-    const std::vector<std::string> expected =
-        c.logged.empty() ? std::vector<std::string>{} : std::vector<std::string>{"2 " + c.logged};
-    EXPECT_EQ(run.logger.lines(), expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Packets, CaptionPacketCaseTest,
-    ::testing::Values(
-        CdpCase{"NoPacket", "", false, 0, ""},
-        CdpCase{"OtherDid",
-                R"({"at": 0, "frames": 3, "line": 9, "did": "0x41", "sdid": "0x01", "words": [1, 2, 3]})",
-                false, 0, ""},
-        CdpCase{"OnePacket", oneEntryCdp(9), false, 1, ""},
-        CdpCase{"LaterLineDecides", oneEntryCdp(10), true, 1, ""},
-        CdpCase{"EarlierLineIsOverridden", oneEntryCdp(8), true, 24, ""},
-        CdpCase{"FirstPacketOfALineCounts", oneEntryCdp(9), true, 24, ""},
-        CdpCase{"ThreeWords",
-                R"({"at": 0, "frames": 3, "line": 9, "did": "0x61", "sdid": "0x01", "words": [150, 105, 3]})",
-                false, 0,
-                "Error while parsing ClosedCaption  : Trying access offset 4 in buffer of size 3\n"},
-        CdpCase{"CountBeyondThePacket",
-                R"({"at": 0, "frames": 3, "line": 9, "did": "0x61", "sdid": "0x01",
-                    "words": [150, 105, 16, 63, 67, 0, 1, 114, 227, 252, 65, 66, 116, 0, 1, 0]})",
-                false, 0,
-                "Error while parsing ClosedCaption  : Trying access offset 16 in buffer of size 16\n"},
-        CdpCase{"BadPacketOnAnEarlierLine",
-                R"({"at": 0, "frames": 3, "line": 5, "did": "0x61", "sdid": "0x01", "words": [150, 105, 3]})",
-                true, 0,
-                "Error while parsing ClosedCaption  : Trying access offset 4 in buffer of size 3\n"}),
-    [](const ::testing::TestParamInfo<CdpCase>& info) { return info.param.name; });
-
-struct ReadFailureCase {
-    std::string name;
-    std::string operation;
+    std::string packets;  // raw ones; the board's own (24 entries) ride on line 9
     int count;
     std::string logged;
 };
 
-class CaptionReadFailureTest : public ::testing::TestWithParam<ReadFailureCase> {};
+class CaptionPacketTest : public ::testing::TestWithParam<PacketCase> {};
 
-TEST_P(CaptionReadFailureTest, BoardFailure_IsToldAndTheRecordStillFilled) {
-    const ReadFailureCase& c = GetParam();
-    CaptionRun run(R"({"signal": [{"format": 3}], "anc": [)" + oneEntryCdp(9) +
-                       R"(], "errors": [{"operation": ")" + c.operation + R"(", "at": 1, "code": 2}]})",
-                   k1080p25, 2);
-    EXPECT_EQ(run.records[0].count, c.count);
-    EXPECT_EQ(run.records[0].start, 0);
-    EXPECT_EQ(run.records[1].count, 1);
-    const std::vector<std::string> lines = run.logger.lines();
-    ASSERT_FALSE(lines.empty());
-    EXPECT_EQ(lines.front(), "2 " + c.logged);
+TEST_P(CaptionPacketTest, LastLineWithAPacketDecides_AFailureLeavesNoEntries) {
+    CaptionRun run(R"({"signal": [{"format": 3}], "captions": [{"at": 0, "text": "X"}], "anc": [)" +
+                       GetParam().packets + "]}",
+                   3, 1);
+    EXPECT_EQ(run.records[0].count, GetParam().count);
+    if (GetParam().count == 1) {
+        EXPECT_EQ(run.entry(0, 0), (std::array<std::uint32_t, 5>{31, 1, 0, 65, 66}));
+    }
+    const std::string& logged = GetParam().logged;
+    EXPECT_EQ(run.logger.lines(), logged.empty() ? std::vector<std::string>{} : std::vector{"2 " + logged});
 }
 
+const std::string kFailure = "Error while parsing ClosedCaption  : Trying access offset ";
+
 INSTANTIATE_TEST_SUITE_P(
-    Board, CaptionReadFailureTest,
-    ::testing::Values(ReadFailureCase{"PacketCount", "VHD_SlotAncGetNbPackets", 0,
-                                      "Cannot get number of packets on line 1 - Y samples."},
-                      ReadFailureCase{"Packet", "VHD_SlotAncGetPacket", 0,
-                                      "Cannot get HANC packet 0 on line 9 empty"}),
-    [](const ::testing::TestParamInfo<ReadFailureCase>& info) { return info.param.name; });
+    Packets, CaptionPacketTest,
+    ::testing::Values(
+        PacketCase{"LaterLineDecides", cdp(10), 1, ""}, PacketCase{"EarlierLineIsOverridden", cdp(8), 24, ""},
+        PacketCase{"FirstPacketOfTheLineCounts", cdp(9), 24, ""},
+        PacketCase{"ThreeWords",
+                   R"({"at": 0, "frames": 3, "did": "0x61", "sdid": 1, "line": 10, "words": [150, 105, 3]})",
+                   0, kFailure + "4 in buffer of size 3\n"},
+        PacketCase{"CountBeyondThePacket", cdp(10, "227, 252, 65, 66, 116, 0, 1, 0"), 0,
+                   kFailure + "16 in buffer of size 16\n"},
+        PacketCase{"BadPacketOnAnEarlierLine", cdp(5, "225"), 0, kFailure + "9 in buffer of size 9\n"},
+        PacketCase{"PacketsNotCounted",
+                   cdp(10) + R"(], "errors": [{"operation": "VHD_SlotAncGetNbPackets", "code": 2})", 0,
+                   "Cannot get number of packets on line 1 - Y samples."}),
+    [](const ::testing::TestParamInfo<PacketCase>& info) { return info.param.name; });
 
 }  // namespace

@@ -1,13 +1,11 @@
-// Slots of a simulated board's port, one input frame after the other, for the tests of the
-// capture steps: the stream is set to the port's standard and VBI lines as the engine sets them,
-// and the board's clock moves only by its own waits, so that the slots are the input frames one by
-// one: the first slot is input frame 1 (frame 0 was under way when the stream started).
+// The slots of port 0 of a simulated board, input frame after input frame, for tests of the
+// capture steps. The stream is set to the format's standard and to the VBI lines the engine sets;
+// the board's clock moves only by its own waits, so the first slot is input frame 1 (frame 0 was
+// under way when the stream started), the next one frame 2, and so on.
 //
 //   SimulatedSlots port(R"({"signal": [{"format": 0}], "wss": [{"at": 0, "aspect": "16:9"}]})", 0);
-//   for (int frame = 0; frame < 10; ++frame) {
-//       DeviceHandle slot = port.next();
-//       readWssAspect(port.api(), report, slot, port.lines(), 0, stored);
-//   }
+//   DeviceHandle slot = port.next();   // gives back the slot before
+//   readWssAspect(port.api(), report, slot, port.lines(), 0, stored);
 #pragma once
 
 #include <gtest/gtest.h>
@@ -17,7 +15,6 @@
 
 #include "encoding/sdi/sdi_common.h"
 #include "system/process/piped_child.h"
-#include "system/sdi/deltacast_io/device_api.h"
 #include "system/sdi/simulated_board/simulated_board.h"
 
 namespace ovtx::app::sdi_tap::v1::testing {
@@ -34,33 +31,25 @@ class SteppedClock final : public simulated::BoardClock {
     std::int64_t m_now = 0;
 };
 
-// The line table of a capture stream: on SD line 23 (WSS) at index 0, lines 7 to 22 and 320 to
-// 335 at 1 to 32; on HD line 11 at index 0.
-inline device::VbiLineTable captureLineTable(bool sd) {
-    device::VbiLineTable table{};
-    if (!sd) {
-        table[0] = {11, 1, 0};
-        return table;
-    }
-    table[0] = {23, 0, 1};
-    for (std::uint32_t i = 0; i < 16; ++i) {
-        table[1 + i] = {7 + i, 0, 1};
-        table[17 + i] = {320 + i, 0, 1};
-    }
-    return table;
-}
-
 class SimulatedSlots {
   public:
-    // `port` is the JSON of port 0; `format` the format code the stream is set to.
+    // `port` is the JSON of port 0, `format` the format code the stream is set to.
     SimulatedSlots(const std::string& port, std::int32_t format)
         : m_info(format),
           m_board(simulated::parseScenario(R"({"board": {"rx": 2, "tx": 2, "serial": "0x5E2)" +
                                                std::to_string(system::process::v1::currentProcessId()) +
                                                R"("}, "ports": {"0": )" + port + "}}",
                                            "test"),
-                  std::make_unique<SteppedClock>()),
-          m_lines(captureLineTable(m_info.boardStandard == 6 || m_info.boardStandard == 7)) {
+                  std::make_unique<SteppedClock>()) {
+        if (m_info.boardStandard == 6 || m_info.boardStandard == 7) {
+            m_lines[0] = {23, 0, 1};
+            for (std::uint32_t i = 0; i < 16; ++i) {
+                m_lines[1 + i] = {7 + i, 0, 1};
+                m_lines[17 + i] = {320 + i, 0, 1};
+            }
+        } else {
+            m_lines[0] = {11, 1, 0};
+        }
         m_handle = device::openBoard(m_board, 0);
         m_stream = device::openStream(m_board, m_handle, device::kPortNumbers[0].streamType);
         EXPECT_EQ(m_board.setStreamProperty(m_stream, device::kStreamVideoStandard, m_info.boardStandard),
@@ -70,15 +59,14 @@ class SimulatedSlots {
         EXPECT_EQ(m_board.startStream(m_stream), 0u);
     }
     ~SimulatedSlots() {
-        release();
+        m_board.unlockSlotHandle(m_slot);
         m_board.stopStream(m_stream);
         m_board.closeStreamHandle(m_stream);
         m_board.closeBoardHandle(m_handle);
     }
 
-    // Gives back the slot held, and locks the next one.
     device::DeviceHandle next() {
-        release();
+        m_board.unlockSlotHandle(m_slot);
         EXPECT_EQ(m_board.lockSlotHandle(m_stream, m_slot), 0u);
         return m_slot;
     }
@@ -88,16 +76,9 @@ class SimulatedSlots {
     std::uint32_t boardStandard() const { return m_info.boardStandard; }
 
   private:
-    void release() {
-        if (m_slot != device::kNoHandle) {
-            m_board.unlockSlotHandle(m_slot);
-            m_slot = device::kNoHandle;
-        }
-    }
-
     encoding::sdi::sdi_common::v2::SdiFormatInfo m_info;
     simulated::SimulatedBoard m_board;
-    device::VbiLineTable m_lines;
+    device::VbiLineTable m_lines{};
     device::DeviceHandle m_handle = device::kNoHandle;
     device::DeviceHandle m_stream = device::kNoHandle;
     device::DeviceHandle m_slot = device::kNoHandle;

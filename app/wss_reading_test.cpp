@@ -11,12 +11,10 @@
 namespace {
 
 using namespace ovtx::app::sdi_tap::v1;
-using namespace ovtx::app::sdi_tap::v1::testing;
-using ovtx::log::log_perf::v4::testing::CapturingLogger;
 
 struct WssCase {
-    std::string name;
-    std::string port;                 // keys of port 0 beside its PAL signal
+    std::string port;  // keys of port 0 beside its PAL signal
+    std::int32_t wssLineIndex;
     std::vector<std::string> aspect;  // of slots 0, 1, ... (input frames 1, 2, ...)
     std::vector<std::string> logged;
 };
@@ -25,58 +23,41 @@ class WssReadingTest : public ::testing::TestWithParam<WssCase> {};
 
 TEST_P(WssReadingTest, Aspect_FollowsTheTwoKnownLinesAndKeepsTheLastOne) {
     const WssCase& c = GetParam();
-    SimulatedSlots slots(R"({"signal": [{"format": 0}], )" + c.port + "}", 0);
-    CapturingLogger logger;
+    ovtx::app::sdi_tap::v1::testing::SimulatedSlots slots(R"({"signal": [{"format": 0}], )" + c.port + "}",
+                                                          0);
+    ovtx::log::log_perf::v4::testing::CapturingLogger logger;
     EngineReport report(logger, true);
     AspectRatio stored = kAspect4x3;
     std::vector<std::string> aspects;
     for (std::size_t frame = 0; frame < c.aspect.size(); ++frame) {
-        const AspectRatio aspect = readWssAspect(slots.api(), report, slots.next(), slots.lines(), 0, stored);
+        const AspectRatio aspect =
+            readWssAspect(slots.api(), report, slots.next(), slots.lines(), c.wssLineIndex, stored);
         aspects.push_back(std::to_string(aspect.numerator) + ":" + std::to_string(aspect.denominator));
     }
     EXPECT_EQ(aspects, c.aspect);
     EXPECT_EQ(logger.lines(), c.logged);
 }
 
+const std::string kWide =
+    R"("wss": [{"at": 0, "aspect": "16:9"}, {"at": 3, "aspect": "4:3"}, {"at": 4, "value": "0x000E"},
+                                     {"at": 5, "aspect": "16:9"}, {"at": 6, "value": "0x0001"})";
+
 INSTANTIATE_TEST_SUITE_P(
     Signals, WssReadingTest,
-    ::testing::Values(
-        WssCase{
-            "Changes",
-            R"("wss": [{"at": 0, "aspect": "16:9"}, {"at": 3, "aspect": "4:3"}, {"at": 5, "aspect": "16:9"}])",
-            {"16:9", "16:9", "4:3", "4:3", "16:9"},
-            {}},
-        WssCase{
-            "OtherValuesKeepTheLastAspect",
-            R"("wss": [{"at": 0, "aspect": "16:9"}, {"at": 2, "value": "0x000E"}, {"at": 3, "value": "0x0001"}])",
-            {"16:9", "16:9", "16:9"},
-            {}},
-        WssCase{"FailureAfterWideFrame_GivesOneNarrowFrame",
-                R"("wss": [{"at": 0, "aspect": "16:9"}, {"at": 4, "value": "0x000E"}],
+    ::testing::Values(WssCase{kWide + "]", 0, {"16:9", "16:9", "4:3", "4:3", "16:9", "16:9"}, {}},
+                      WssCase{R"("wss": [{"at": 0, "aspect": "16:9"}, {"at": 3, "value": "0x000E"}],
                    "errors": [{"operation": "VHD_SlotVbiGetLine", "at": 2, "code": 2}])",
-                {"16:9", "4:3", "16:9", "16:9"},
-                {"2 ERROR : Cannot get VBI Data on line 23 - Y samples. Result = 0x00000002"}},
-        WssCase{"BlankLine",
-                R"("wss": [{"at": 3, "aspect": "16:9"}])",
-                {"4:3", "4:3", "16:9"},
-                {"2 exe VBI WSS *NOT* found... Line 23 doesn't contain any information",
-                 "2 exe VBI WSS *NOT* found... Line 23 doesn't contain any information"}}),
-    [](const ::testing::TestParamInfo<WssCase>& info) { return info.param.name; });
-
-}  // namespace
-
-namespace {
-
-TEST(WssReadingTest, LinesNotSetUp_GiveNarrowFramesAndKeepTheStoredAspect) {
-    SimulatedSlots slots(R"({"signal": [{"format": 0}], "wss": [{"at": 0, "aspect": "16:9"}]})", 0);
-    CapturingLogger logger;
-    EngineReport report(logger, true);
-    AspectRatio stored = kAspect16x9;
-    EXPECT_EQ(readWssAspect(slots.api(), report, slots.next(), slots.lines(), -1, stored), kAspect4x3);
-    EXPECT_EQ(stored, kAspect16x9);
-    EXPECT_EQ(logger.lines(),
-              std::vector<std::string>{
-                  "2 ERROR : Cannot get VBI Data on line 23 - Y samples. Result = 0x00000005"});
-}
+                              0,
+                              {"16:9", "4:3", "16:9"},
+                              {"2 ERROR : Cannot get VBI Data on line 23 - Y samples. Result = 0x00000002"}},
+                      WssCase{R"("wss": [{"at": 2, "aspect": "16:9"}])",
+                              0,
+                              {"4:3", "16:9"},
+                              {"2 exe VBI WSS *NOT* found... Line 23 doesn't contain any information"}},
+                      WssCase{
+                          kWide + "]",
+                          -1,
+                          {"4:3"},
+                          {"2 ERROR : Cannot get VBI Data on line 23 - Y samples. Result = 0x00000005"}}));
 
 }  // namespace
