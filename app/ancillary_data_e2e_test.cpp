@@ -5,6 +5,7 @@
 
 #include <fstream>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,8 +25,8 @@ using ovtx::system::process::v1::PipedChild;
 using ovtx::test_support::v1::eventually;
 using namespace std::chrono_literals;
 
-// Changes every 40 frames from `first` (16:9 or 4:3, that of frame 0) to the other, for ever after:
-// WSS changes, or captions sent anew so that a consumer attaching at any time sees one whole.
+// Entries of `key` every 40 frames for ever, `first` and `second` in turn: WSS that changes, or a
+// caption sent anew, so that a consumer attaching at any time sees one whole.
 std::string every40Frames(const std::string& key, const std::string& first, const std::string& second) {
     std::string list;
     for (int at = 0; at < 4000; at += 40) {
@@ -37,18 +38,16 @@ std::string every40Frames(const std::string& key, const std::string& first, cons
 
 const std::string kPages = R"("teletext": {"pages": [
     {"magazine": 8, "page": "0x88", "subtitle": true, "rows": {"22": "Subtitle from the signal"}},
-    {"magazine": 1, "page": "0x00", "rows": {"1": "Index page"}}], "initialPage": "0x112"})";
+    {"magazine": 1, "page": "0x00", "rows": {"1": "Index page"}}]})";
 const std::map<int, std::string> kPageTexts{{0x888, "Subtitle from the signal"}, {0x100, "Index page"}};
 
 struct SignalCase {
     std::string name;
     int format;
-    std::string port;         // the keys of port 0 beside its signal
-    std::string captionText;  // what CC1 shows
+    std::string port;  // what port 0 carries beside its signal
+    std::string captionText;
     std::map<int, std::string> pages;
-    std::string aspect;            // "wss": 16:9 in frames 0-39, 4:3 in 40-79, ...
-    std::size_t descriptorLength;  // of the teletext records
-    std::string speed = "1";       // of the board's clock: the daemon takes longest over HD pictures
+    std::string aspect;  // "wss": 16:9 in input frames 0-39, 4:3 in 40-79, ...
 };
 
 class AncillaryDataE2eTest : public testing::TestWithParam<SignalCase> {
@@ -62,102 +61,86 @@ TEST_P(AncillaryDataE2eTest, RecordsCarryWhatTheSignalSent) {
     const SignalCase& c = GetParam();
     ovtx::test_support::v1::InstallRoot install;
     const std::string scenario = (install.directory() / "board.json").string();
-    std::ofstream(scenario) << R"({"speed": )" << c.speed
-                            << R"(, "board": {"rx": 2, "tx": 2, "serial": "0x5E3)"
+    // At half speed: the daemon under test has time for every picture even on a loaded machine.
+    std::ofstream(scenario) << R"({"speed": 0.5, "board": {"serial": "0x5E3)"
                             << ovtx::system::process::v1::currentProcessId()
                             << R"("}, "ports": {"0": {"signal": [{"format": )" << c.format << "}], " << c.port
                             << "}}}";
     ovtx::system::process::v1::SpawnOptions options;
     options.environment = install.environment();
     options.environment["SDI_TAP_SIMULATED_BOARD"] = scenario;
-    options.captureStandardError = true;
     PipedChild daemon =
         PipedChild::spawn(ovtx::test_support::v1::binaryPath("sdi_tap"),
                           {"-sdiport", "0", "-videoformat", std::to_string(c.format), "-usetc"}, options);
     SimulcastReader video, teletext, captions;
-    for (auto [reader, prefix] :
-         {std::pair{&video, records::kVideoPrefix}, std::pair{&teletext, records::kTeletextPrefix},
-          std::pair{&captions, records::kCaptionPrefix}}) {
+    for (auto [reader, prefix] : {std::pair{&video, records::kVideoPrefix},
+                                  {&teletext, records::kTeletextPrefix},
+                                  {&captions, records::kCaptionPrefix}}) {
         ASSERT_TRUE(eventually([&] { return reader->open(records::channelName(prefix, "0").c_str()); }, 60s));
     }
     ovtx::encoding::subtitle_text::v1::SubtitleDecoder ccDecoder, pageDecoder;
     records::VideoRecordHeader header{};
     records::TeletextRecord text{};
     records::CaptionRecord caption{};
-    std::vector<std::string> aspectsSeen, wrongAspects, wrongDescriptors;
-    std::int64_t lastEnd[2] = {-1, -1};  // of the teletext and the caption records
+    std::vector<std::string> wrongAspects;
+    std::set<std::string> aspects;
     const auto done = [&] {
         bool all =
-            ccDecoder.captionText() == c.captionText && aspectsSeen.size() >= (c.aspect == "wss" ? 3u : 1u);
+            ccDecoder.captionText() == c.captionText && aspects.size() == (c.aspect == "wss" ? 2u : 1u);
         for (const auto& [page, pageText] : c.pages) {
             all = all && pageDecoder.teletextText(page) == pageText;
         }
         return all;
     };
+    bool discontinuity = false, timedOut = false;
     for (int frame = 0; frame < 750 && !done(); ++frame) {
-        bool discontinuity = false, timedOut = false;
+        const std::int64_t textEnd = text.end, captionEnd = caption.end;
         ASSERT_TRUE(video.read(&header, sizeof header, 5000, discontinuity, timedOut));
         ASSERT_TRUE(teletext.read(&text, sizeof text, 5000, discontinuity, timedOut));
-        if (text.start != lastEnd[0]) {  // frames lost on the way: what was in transmission goes
+        ASSERT_TRUE(captions.read(&caption, sizeof caption, 5000, discontinuity, timedOut));
+        if (text.start != textEnd) {  // frames lost on the way: what was in transmission goes
             pageDecoder.markGap();
         }
-        lastEnd[0] = text.end;
-        pageDecoder.feedTeletextData({text.data, std::min<std::size_t>(text.dataLength, sizeof text.data)});
-        if (text.descriptorLength != c.descriptorLength) {
-            wrongDescriptors.push_back(std::to_string(text.descriptorLength));
-        }
-        ASSERT_TRUE(captions.read(&caption, sizeof caption, 5000, discontinuity, timedOut));
-        if (caption.start != lastEnd[1]) {
+        if (caption.start != captionEnd) {
             ccDecoder.markGap();
         }
-        lastEnd[1] = caption.end;
+        pageDecoder.feedTeletextData({text.data, std::min<std::size_t>(text.dataLength, sizeof text.data)});
         for (std::size_t i = 0; i < std::min<std::size_t>(caption.count, records::kMaxCaptionEntries); ++i) {
             if (caption.entries[i].ccValid == 1 && caption.entries[i].ccType == 0) {
                 ccDecoder.feedCaptionPair(caption.entries[i].ccData1, caption.entries[i].ccData2);
             }
         }
-        const std::int64_t inputFrame =
-            header.start * 25 / records::kTimeUnitsPerSecond;  // -usetc: the input's frames
+        const std::int64_t inputFrame = header.start * 25 / records::kTimeUnitsPerSecond;  // by timecode
         const std::string aspect =
             std::to_string(header.aspectNumerator) + ":" + std::to_string(header.aspectDenominator);
-        const std::string expected = c.aspect != "wss" ? c.aspect : inputFrame / 40 % 2 == 0 ? "16:9" : "4:3";
-        if (aspect != expected) {
+        aspects.insert(aspect);
+        if (aspect != (c.aspect != "wss" ? c.aspect : inputFrame / 40 % 2 == 0 ? "16:9" : "4:3")) {
             wrongAspects.push_back(std::to_string(inputFrame) + ": " + aspect);
-        }
-        if (aspectsSeen.empty() || aspectsSeen.back() != aspect) {
-            aspectsSeen.push_back(aspect);
         }
     }
     daemon.kill(PipedChild::Signal::Terminate);
-    EXPECT_EQ(daemon.wait(60s), ovtx::system::process::v1::ExitStatus::exitedWith(0))
-        << daemon.standardError();
-    EXPECT_EQ(ccDecoder.captionText(), c.captionText);
-    for (const auto& [page, pageText] : c.pages) {
-        EXPECT_EQ(pageDecoder.teletextText(page), pageText) << std::hex << page;
-    }
+    EXPECT_EQ(daemon.wait(60s), ovtx::system::process::v1::ExitStatus::exitedWith(0));
+    EXPECT_TRUE(done()) << "CC1 shows \"" << ccDecoder.captionText() << "\", 888 shows \""
+                        << pageDecoder.teletextText(0x888).value_or("nothing") << "\"";
     EXPECT_EQ(wrongAspects, std::vector<std::string>{});
-    EXPECT_EQ(wrongDescriptors, std::vector<std::string>{});
-    EXPECT_GE(aspectsSeen.size(), c.aspect == "wss" ? 3u : 1u);
 }
 
-// PAL and HD list page 888 and the initial page (12 bytes); NTSC carries no teletext (2 bytes).
 INSTANTIATE_TEST_SUITE_P(
     Signals, AncillaryDataE2eTest,
     testing::Values(SignalCase{"PalTeletextAndWss", 0,
                                kPages + R"(, "wss": [)" + every40Frames(R"("aspect")", "16:9", "4:3") + "]",
-                               "", kPageTexts, "wss", 12},
+                               "", kPageTexts, "wss"},
                     SignalCase{
                         "NtscLine21",
                         2,
                         R"("captions": [)" + every40Frames(R"("text")", "ON LINE 21", "ON LINE 21") + "]",
                         "ON LINE 21",
                         {},
-                        "4:3",
-                        2},
+                        "4:3"},
                     SignalCase{"HdAncillaryPackets", 3,
                                kPages + R"(, "captions": [)" +
                                    every40Frames(R"("text")", "IN PACKETS", "IN PACKETS") + "]",
-                               "IN PACKETS", kPageTexts, "16:9", 12, "0.5"}),
+                               "IN PACKETS", kPageTexts, "16:9"}),
     [](const testing::TestParamInfo<SignalCase>& info) { return info.param.name; });
 
 }  // namespace

@@ -4,7 +4,7 @@
 // under way when the stream started), the next one frame 2, and so on.
 //
 //   SimulatedSlots port(R"({"signal": [{"format": 0}], "wss": [{"at": 0, "aspect": "16:9"}]})", 0);
-//   DeviceHandle slot = port.next();   // gives back the slot before
+//   DeviceHandle slot = port.next();   // gives back the slot before; the board closes all it made
 //   readWssAspect(port.api(), report, slot, port.lines(), 0, stored);
 #pragma once
 
@@ -57,12 +57,6 @@ class SimulatedSlots {
         EXPECT_EQ(m_board.setStreamProperty(m_stream, device::kStreamBufferDepth, 32), 0u);
         EXPECT_EQ(m_board.vbiSetCaptureLines(m_stream, m_lines), 0u);
         EXPECT_EQ(m_board.startStream(m_stream), 0u);
-    }
-    ~SimulatedSlots() {
-        m_board.unlockSlotHandle(m_slot);
-        m_board.stopStream(m_stream);
-        m_board.closeStreamHandle(m_stream);
-        m_board.closeBoardHandle(m_handle);
     }
 
     device::DeviceHandle next() {

@@ -62,21 +62,17 @@ TEST(TeletextDescriptorListTest, FullList_RefusesANewPageAndStillRewritesAKnownO
 }
 
 TEST(TeletextLinesTest, AncPacket_CountsByItsFirstTwoWords) {
-    const auto line = [](std::vector<unsigned short> words) {
-        return teletextLineFromAncPacket(SafeArray<unsigned short>(words.data(), words.size()));
-    };
-    for (const unsigned lineWord : {16u, 31u, 153u, 155u, 0x215u}) {
-        for (const unsigned id : {2u, 3u, 0xC0u, 0x103u}) {
-            EXPECT_TRUE(line({static_cast<unsigned short>(lineWord), static_cast<unsigned short>(id)}));
-        }
+    const std::vector<std::pair<std::vector<unsigned short>, bool>> packets{
+        {{16, 2}, true},      {{31, 3}, true},       {{153, 0xC0}, true},  {{0x29B, 0x103}, true},
+        {{15, 2, 44}, false}, {{156, 2, 44}, false}, {{16, 4, 44}, false}, {{16}, false}};
+    for (const auto& [words, counts] : packets) {
+        EXPECT_EQ(teletextLineFromAncPacket(SafeArray(words.data(), words.size())).has_value(), counts)
+            << words[0];
     }
-    EXPECT_FALSE(line({15, 2, 44}));
-    EXPECT_FALSE(line({156, 2, 44}));
-    EXPECT_FALSE(line({16, 4, 44}));
-    EXPECT_FALSE(line({16}));
-    const std::optional<TeletextLine> shortLine = line({16, 3, 0x12C, 0x61, 0xE4});
-    ASSERT_TRUE(shortLine);
-    EXPECT_EQ(std::vector(shortLine->begin(), shortLine->begin() + 4),
+    const std::vector<unsigned short> words{16, 3, 0x12C, 0x61, 0xE4};  // shorter than a line: zeros after it
+    const std::optional<TeletextLine> line = teletextLineFromAncPacket(SafeArray(words.data(), words.size()));
+    ASSERT_TRUE(line);
+    EXPECT_EQ(std::vector(line->begin(), line->begin() + 4),
               (std::vector<std::uint8_t>{0x2C, 0x61, 0xE4, 0}));
 }
 
