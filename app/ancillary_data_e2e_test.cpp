@@ -49,6 +49,9 @@ struct SignalCase {
     std::map<int, std::string> pages;
     std::string aspect;  // "wss": 16:9 in input frames 0-39, 4:3 in 40-79, ...
 };
+void PrintTo(const SignalCase& c, std::ostream* out) {
+    *out << c.name;
+}
 
 class AncillaryDataE2eTest : public testing::TestWithParam<SignalCase> {
   protected:

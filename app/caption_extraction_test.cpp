@@ -67,6 +67,9 @@ struct PacketCase {
     int count;
     std::string logged;
 };
+void PrintTo(const PacketCase& c, std::ostream* out) {
+    *out << c.name;
+}
 
 class CaptionPacketTest : public ::testing::TestWithParam<PacketCase> {};
 

@@ -13,11 +13,15 @@ namespace {
 using namespace ovtx::app::sdi_tap::v1;
 
 struct WssCase {
+    std::string name;
     std::string port;  // keys of port 0 beside its PAL signal
     std::int32_t wssLineIndex;
     std::vector<std::string> aspect;  // of slots 0, 1, ... (input frames 1, 2, ...)
     std::vector<std::string> logged;
 };
+void PrintTo(const WssCase& c, std::ostream* out) {
+    *out << c.name;
+}
 
 class WssReadingTest : public ::testing::TestWithParam<WssCase> {};
 
@@ -44,20 +48,24 @@ const std::string kWide =
 
 INSTANTIATE_TEST_SUITE_P(
     Signals, WssReadingTest,
-    ::testing::Values(WssCase{kWide + "]", 0, {"16:9", "16:9", "4:3", "4:3", "16:9", "16:9"}, {}},
-                      WssCase{R"("wss": [{"at": 0, "aspect": "16:9"}, {"at": 3, "value": "0x000E"}],
+    ::testing::Values(
+        WssCase{"KnownLinesAndOthers", kWide + "]", 0, {"16:9", "16:9", "4:3", "4:3", "16:9", "16:9"}, {}},
+        WssCase{"FailureAfterAWideFrame",
+                R"("wss": [{"at": 0, "aspect": "16:9"}, {"at": 3, "value": "0x000E"}],
                    "errors": [{"operation": "VHD_SlotVbiGetLine", "at": 2, "code": 2}])",
-                              0,
-                              {"16:9", "4:3", "16:9"},
-                              {"2 ERROR : Cannot get VBI Data on line 23 - Y samples. Result = 0x00000002"}},
-                      WssCase{R"("wss": [{"at": 2, "aspect": "16:9"}])",
-                              0,
-                              {"4:3", "16:9"},
-                              {"2 exe VBI WSS *NOT* found... Line 23 doesn't contain any information"}},
-                      WssCase{
-                          kWide + "]",
-                          -1,
-                          {"4:3"},
-                          {"2 ERROR : Cannot get VBI Data on line 23 - Y samples. Result = 0x00000005"}}));
+                0,
+                {"16:9", "4:3", "16:9"},
+                {"2 ERROR : Cannot get VBI Data on line 23 - Y samples. Result = 0x00000002"}},
+        WssCase{"BlankLine",
+                R"("wss": [{"at": 2, "aspect": "16:9"}])",
+                0,
+                {"4:3", "16:9"},
+                {"2 exe VBI WSS *NOT* found... Line 23 doesn't contain any information"}},
+        WssCase{"LinesNotSetUp",
+                kWide + "]",
+                -1,
+                {"4:3"},
+                {"2 ERROR : Cannot get VBI Data on line 23 - Y samples. Result = 0x00000005"}}),
+    [](const ::testing::TestParamInfo<WssCase>& info) { return info.param.name; });
 
 }  // namespace

@@ -18,11 +18,8 @@ TeletextLine slicedLine(const TeletextPacket& packet) {
 }
 
 TeletextLine header(int magazine, int page, bool subtitle) {
-    TeletextPageHeader fields;
-    fields.magazine = magazine;
-    fields.page = page;
-    fields.subtitle = subtitle;
-    return slicedLine(pageHeaderPacket(fields));
+    return slicedLine(
+        pageHeaderPacket({.magazine = magazine, .page = page, .subtitle = subtitle, .text = ""}));
 }
 
 // Packet 8/30 format 1 announcing the initial page with these two digits.
