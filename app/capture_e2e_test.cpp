@@ -3,6 +3,7 @@
 // whose cable is pulled and put back. Each case has a port of its own on an eight-input board.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <map>
@@ -73,20 +74,33 @@ std::map<std::string, std::vector<Record>> recordsByKind(const ToolResult& follo
     return records;
 }
 
-// Frequency (by rising zero crossings) and RMS level in dBFS of the left channel of a WAV file.
+// Frequency (by rising zero crossings) and RMS level in dBFS of the left channel of a WAV file,
+// the medians over its windows of 100 ms, so that a record lost on a loaded machine (silence in
+// the file) doesn't move them. {0, -200} for a silent file.
 std::pair<double, double> toneOf(const std::string& wav) {
+    constexpr std::size_t kWindow = 4800;
     const std::size_t samples = wav.size() > 44 ? (wav.size() - 44) / 4 : 0;
-    double sum = 0;
-    int crossings = 0;
-    for (std::size_t i = 0; i < samples; ++i) {
-        const auto sample = valueAt<std::int16_t>(wav, 44 + 4 * i);
-        sum += double(sample) * sample;
-        crossings += i > 0 && valueAt<std::int16_t>(wav, 44 + 4 * (i - 1)) < 0 && sample >= 0 ? 1 : 0;
+    std::vector<double> frequencies;
+    std::vector<double> levels;
+    for (std::size_t first = 1; first + kWindow <= samples; first += kWindow) {
+        double sum = 0;
+        int crossings = 0;
+        for (std::size_t i = first; i < first + kWindow; ++i) {
+            const auto sample = valueAt<std::int16_t>(wav, 44 + 4 * i);
+            sum += double(sample) * sample;
+            crossings += valueAt<std::int16_t>(wav, 44 + 4 * (i - 1)) < 0 && sample >= 0 ? 1 : 0;
+        }
+        if (sum > 0) {
+            frequencies.push_back(crossings * 10.0);
+            levels.push_back(20 * std::log10(std::sqrt(sum / kWindow) / 32768));
+        }
     }
-    if (samples == 0 || sum == 0) {
+    if (levels.size() < 10) {
         return {0, -200};
     }
-    return {crossings * 48000.0 / double(samples), 20 * std::log10(std::sqrt(sum / double(samples)) / 32768)};
+    std::nth_element(frequencies.begin(), frequencies.begin() + frequencies.size() / 2, frequencies.end());
+    std::nth_element(levels.begin(), levels.begin() + levels.size() / 2, levels.end());
+    return {frequencies[frequencies.size() / 2], levels[levels.size() / 2]};
 }
 
 TEST(CaptureE2eTest, FollowedRun_PublishesFramesInStepAndTonesInTheirPairs_NamedStopEndsIt) {
@@ -109,11 +123,14 @@ TEST(CaptureE2eTest, FollowedRun_PublishesFramesInStepAndTonesInTheirPairs_Named
             EXPECT_TRUE(starts.insert(record.start).second) << kind << " repeats " << record.start;
         }
     }
+    // A record after one that a loaded machine cost carries the discontinuity flag.
     for (const Record& video : records["video"]) {
-        EXPECT_EQ(video.summary, "magic=0x4A9E mismatch=0 rdisc=0 aspect=4:3");
+        EXPECT_TRUE(
+            std::regex_match(video.summary, std::regex("magic=0x4A9E mismatch=0 rdisc=[01] aspect=4:3")))
+            << video.summary;
     }
     // Present pairs carry a frame of 48 kHz samples; the absent fifth pair is made-up silence.
-    const std::regex pairs(R"(magic=0x5541 rdisc=0 pairs=(1/1920/1,){4}0/\d+/\d+(,1/1920/1){3})");
+    const std::regex pairs(R"(magic=0x5541 rdisc=[01] pairs=(1/1920/1,){4}0/\d+/\d+(,1/1920/1){3})");
     for (const Record& audio : records["audio"]) {
         EXPECT_TRUE(std::regex_match(audio.summary, pairs)) << audio.summary;
     }
