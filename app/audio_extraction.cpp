@@ -141,11 +141,10 @@ void AudioExtraction::extractPair(std::size_t pair, const device::AudioChannelIn
         }
         // The block holds 120 percent of a 48 kHz frame at 25 frames a second; at 24 the limit
         // lies above it, and a frame that long is cut to what the block holds.
-        const std::size_t bytes =
-            std::min<std::size_t>(std::size_t{samples} * blockSize, kPairBlockSampleBytes);
+        const std::size_t bytes = std::min<std::size_t>(size, kPairBlockSampleBytes);
         block.present = 1;
         block.mode = static_cast<std::uint16_t>(entry.mode);
-        block.sampleCount = static_cast<std::uint16_t>(bytes / blockSize);
+        block.sampleCount = static_cast<std::uint16_t>(std::min<std::size_t>(samples, bytes / blockSize));
         block.sampling = used;
         std::memcpy(block.samples, m_pairBuffers.data() + pair * m_limit, bytes);
     } else {

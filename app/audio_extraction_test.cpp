@@ -32,22 +32,21 @@ const ovtx::encoding::sdi::sdi_common::v2::SdiFormatInfo kFormat(3);
 // `errors`, and the audio step of a run on it. The board releases its stream when it goes.
 class AudioExtractionTest : public ::testing::Test {
   protected:
+    // A signal of board standard `standard` (clock divisor 0), 1080p25 unless told.
     void start(const std::string& audioPairs, const std::array<std::uint32_t, 8>& requested = {},
-               const std::string& errors = "[]") {
+               const std::string& errors = "[]", std::uint32_t standard = kFormat.boardStandard) {
         m_board.reset();
         const std::string serial = "0x5EA" + std::to_string(ovtx::system::process::v1::currentProcessId());
         m_board = std::make_unique<board::SimulatedBoard>(board::parseScenario(
             R"({"speed": 20, "board": {"serial": ")" + serial +
-                R"("}, "ports": {"0": {"signal": [{"format": 3}],)" + R"("audio": {"pairs": )" + audioPairs +
-                R"(}, "errors": )" + errors + "}}}",
+                R"("}, "ports": {"0": {"signal": [{"standard": )" + std::to_string(standard) +
+                R"(}], "audio": {"pairs": )" + audioPairs + R"(}, "errors": )" + errors + "}}}",
             "test"));
         const device::DeviceHandle stream = device::openStream(*m_board, device::openBoard(*m_board, 0), 0);
-        ASSERT_EQ(m_board->setStreamProperty(stream, device::kStreamVideoStandard, kFormat.boardStandard),
-                  0u);
+        ASSERT_EQ(m_board->setStreamProperty(stream, device::kStreamVideoStandard, standard), 0u);
         ASSERT_EQ(m_board->startStream(stream), 0u);
         ASSERT_EQ(m_board->lockSlotHandle(stream, m_slot), 0u);
-        m_audio = std::make_unique<AudioExtraction>(*m_board, kFormat.boardStandard, kFormat.clockDivisor,
-                                                    requested, m_report);
+        m_audio = std::make_unique<AudioExtraction>(*m_board, standard, 0, requested, m_report);
     }
     bool extract(std::int64_t start = 100 * kSecond) {
         return m_audio->extract(m_slot, *m_record, true, start, start + kSecond / 25);
@@ -143,6 +142,18 @@ TEST_F(AudioExtractionTest, SizeWithin12BytesOrAboveTheLimit_NoComplaint) {
         EXPECT_EQ(m_record->pairs[0].present, size.present);
         EXPECT_EQ(m_record->pairs[0].sampleCount, size.sampleCount);
     }
+}
+
+// At 24 frames a second the limit (9600 bytes) lies above what a pair block holds (9216): a long
+// frame on the record's last pair is cut to the block and does not run past the record.
+TEST_F(AudioExtractionTest, LongFrameAt24FramesASecond_CutToTheBlock) {
+    constexpr std::uint32_t k1080p24 = 8;
+    start(R"([{"pair": 7, "tone": 0, )" + offBy(1500) + "}]", {}, "[]", k1080p24);
+    ASSERT_EQ(m_audio->limit(), 9600u);
+    ASSERT_TRUE(extract());
+    EXPECT_EQ(m_record->pairs[7].present, 1);
+    EXPECT_EQ(m_record->pairs[7].sampleCount, 2304);
+    EXPECT_TRUE(allSilent(m_record->pairs[7]));
 }
 
 TEST_F(AudioExtractionTest, BadFramesInsideFiveSeconds_OneComplaint) {
