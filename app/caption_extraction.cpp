@@ -63,12 +63,15 @@ void CaptionExtraction::readLine21(device::DeviceHandle slot, std::int32_t line,
 }
 
 void CaptionExtraction::readDistributionPackets(device::DeviceHandle slot, records::CaptionRecord& record) {
-    const device::AncPacketsByLine packets =
-        device::readAncPackets(m_api, slot, kCaptionDid, kCaptionSdid, verboseLineReport(m_report));
+    device::readAncPackets(m_api, slot, kCaptionDid, kCaptionSdid, verboseLineReport(m_report), m_packets);
     try {
         cc::CcDataList list;
-        for (const auto& [line, linePackets] : packets) {
-            const device::AncPacket& packet = linePackets.front();
+        std::int32_t lineParsed = 0;
+        for (const auto& [line, packet] : m_packets) {
+            if (line == lineParsed) {
+                continue;  // only a line's first packet counts
+            }
+            lineParsed = line;
             cc::parseCaptionDistributionPacket(SafeArray<unsigned short>(packet.words, packet.wordCount),
                                                list);
         }

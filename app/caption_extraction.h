@@ -18,6 +18,7 @@
 #include "app/engine_report.h"
 #include "simulcast/capture_records.h"
 #include "system/sdi/deltacast_io/device_api.h"
+#include "system/sdi/deltacast_io/line_reading.h"
 
 namespace ovtx::app::sdi_tap::v1 {
 
@@ -39,6 +40,7 @@ class CaptionExtraction {
 
     system::sdi::deltacast_io::v1::DeviceApi& m_api;
     EngineReport& m_report;
+    system::sdi::deltacast_io::v1::AncPacketsByLine m_packets;  // kept to reuse its room
 };
 
 }  // namespace ovtx::app::sdi_tap::v1

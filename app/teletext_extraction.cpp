@@ -79,21 +79,18 @@ void TeletextExtraction::readSdLines(device::DeviceHandle slot, const device::Vb
 }
 
 void TeletextExtraction::readHdLines(device::DeviceHandle slot) {
-    const device::AncPacketsByLine packets =
-        device::readAncPackets(m_api, slot, kTeletextDid, kTeletextSdid, verboseLineReport(m_report));
-    for (const auto& [line, linePackets] : packets) {
-        for (const device::AncPacket& packet : linePackets) {
-            const std::optional<ttx::TeletextLine> bytes =
-                ttx::teletextLineFromAncPacket(SafeArray<unsigned short>(packet.words, packet.wordCount));
-            if (!bytes) {
-                continue;
-            }
-            // One line, one key: a second packet on the same line takes the place of the first.
-            if (!m_lines.empty() && m_lines.back().first == line) {
-                m_lines.back().second = *bytes;
-            } else {
-                m_lines.emplace_back(line, *bytes);
-            }
+    device::readAncPackets(m_api, slot, kTeletextDid, kTeletextSdid, verboseLineReport(m_report), m_packets);
+    for (const auto& [line, packet] : m_packets) {
+        const std::optional<ttx::TeletextLine> bytes =
+            ttx::teletextLineFromAncPacket(SafeArray<unsigned short>(packet.words, packet.wordCount));
+        if (!bytes) {
+            continue;
+        }
+        // One line, one key: a second packet on the same line takes the place of the first.
+        if (!m_lines.empty() && m_lines.back().first == line) {
+            m_lines.back().second = *bytes;
+        } else {
+            m_lines.emplace_back(line, *bytes);
         }
     }
 }

@@ -26,6 +26,7 @@
 #include "encoding/subtitling/teletext_lines.h"
 #include "simulcast/capture_records.h"
 #include "system/sdi/deltacast_io/device_api.h"
+#include "system/sdi/deltacast_io/line_reading.h"
 
 namespace ovtx::app::sdi_tap::v1 {
 
@@ -55,8 +56,10 @@ class TeletextExtraction {
     system::sdi::deltacast_io::v1::DeviceApi& m_api;
     EngineReport& m_report;
     encoding::subtitling::v1::TeletextDescriptorList m_descriptors;
-    // The lines of the slot in ascending key order; kept to reuse its room.
+    // The lines of the slot in ascending key order, and the packets they came from; both kept to
+    // reuse their room, so that a slot allocates nothing once they have grown.
     std::vector<std::pair<std::int32_t, encoding::subtitling::v1::TeletextLine>> m_lines;
+    system::sdi::deltacast_io::v1::AncPacketsByLine m_packets;
 };
 
 }  // namespace ovtx::app::sdi_tap::v1

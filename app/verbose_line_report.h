@@ -1,7 +1,7 @@
 // The engine's verbose report as the line reading of the device layer takes it: what a slot's
 // blanking lines failed to give is told only on runs with -print, and costs nothing otherwise.
 //
-//   AncPacketsByLine packets = readAncPackets(api, slot, 0x61, 0x01, verboseLineReport(report));
+//   readAncPackets(api, slot, 0x61, 0x01, verboseLineReport(report), packets);
 #pragma once
 
 #include "app/engine_report.h"

@@ -19,9 +19,9 @@ void tell(const LineReadReport& report, const char* format, Arguments... argumen
 
 }  // namespace
 
-AncPacketsByLine readAncPackets(DeviceApi& api, DeviceHandle slot, std::uint8_t did, std::uint8_t sdid,
-                                const LineReadReport& report) {
-    AncPacketsByLine found;
+void readAncPackets(DeviceApi& api, DeviceHandle slot, std::uint8_t did, std::uint8_t sdid,
+                    const LineReadReport& report, AncPacketsByLine& found) {
+    found.clear();
     for (std::int32_t line = kFirstAncLine; line <= kLastAncLine; ++line) {
         std::int32_t count = 0;
         if (api.slotAncGetNbPackets(slot, line, kLumaSamples, count) != kDeviceOk) {
@@ -36,11 +36,10 @@ AncPacketsByLine readAncPackets(DeviceApi& api, DeviceHandle slot, std::uint8_t 
                 continue;
             }
             if (packet->did == did && packet->sdid == sdid) {
-                found[line].push_back(*packet);
+                found.push_back({line, *packet});
             }
         }
     }
-    return found;
 }
 
 VbiLineRead readVbiLine(DeviceApi& api, DeviceHandle slot, std::int32_t line, std::uint32_t selector,

@@ -1,8 +1,9 @@
 // What rides in the blanking of a locked slot, read through the board: the ancillary packets of
 // the lines, and the bits of a sampled VBI line.
 //
-//   AncPacketsByLine captions = readAncPackets(api, slot, 0x61, 0x01, verbose);
-//   for (const auto& [line, packets] : captions) use(packets.front());
+//   AncPacketsByLine captions;                  // kept from slot to slot: no allocation once grown
+//   readAncPackets(api, slot, 0x61, 0x01, verbose, captions);
+//   for (const LinePacket& found : captions) use(found.line, found.packet);
 //
 //   std::uint8_t bytes[10];
 //   VbiLineRead read = readVbiLine(api, slot, 23, kVbiSelector, false, kWssBitRate, 80, bytes);
@@ -13,7 +14,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <span>
 #include <vector>
 
@@ -24,19 +24,24 @@ namespace ovtx::system::sdi::deltacast_io::v1 {
 // Where the reading tells what it could not read, one finished line of text at a time.
 using LineReadReport = std::function<void(const char* text)>;
 
-// The packets of each line that carry the wanted DID and SDID, in ascending line order.
-using AncPacketsByLine = std::map<std::int32_t, std::vector<AncPacket>>;
+// The packets that carry the wanted DID and SDID, in ascending line order, those of one line in
+// the board's order.
+struct LinePacket {
+    std::int32_t line = 0;
+    AncPacket packet;
+};
+using AncPacketsByLine = std::vector<LinePacket>;
 
 // The lines that a search for ancillary packets covers.
 inline constexpr std::int32_t kFirstAncLine = 1;
 inline constexpr std::int32_t kLastAncLine = 750;
 
-// Looks through lines 1 to 750 (luminance samples) for packets of `did` and `sdid`. A line whose
+// Replaces `found` with the packets of `did` and `sdid` on lines 1 to 750 (luminance samples). A line whose
 // packets can't be counted ends the search with what was found ("Cannot get number of packets on
 // line %d - Y samples."); a packet that can't be read is passed over ("Cannot get HANC packet %d on
 // line %d empty").
-AncPacketsByLine readAncPackets(DeviceApi& api, DeviceHandle slot, std::uint8_t did, std::uint8_t sdid,
-                                const LineReadReport& report);
+void readAncPackets(DeviceApi& api, DeviceHandle slot, std::uint8_t did, std::uint8_t sdid,
+                    const LineReadReport& report, AncPacketsByLine& found);
 
 // The line selectors of VHD_SlotVbiGetLine that this system uses.
 inline constexpr std::uint32_t kCaptionLineSelector = 0;
