@@ -94,8 +94,9 @@ INSTANTIATE_TEST_SUITE_P(
         PacketCase{"FirstPacketOfTheLineCounts", cdp(9), 24, ""},
         PacketCase{
             "TimeCodeServicesAndFutureSections",
-            R"({"at": 0, "frames": 3, "did": "0x61", "sdid": 1, "line": 10, "words": [150, 105, 0, 63, 227, 0,
-                       1, 113, 1, 2, 3, 4, 114, 225, 252, 65, 66, 115, 225, 1, 2, 3, 4, 5, 6, 7, 128, 2, 1, 2, 116, 0, 1, 0]})",
+            R"({"at": 0, "frames": 3, "did": "0x61", "sdid": 1, "line": 10, "words": [150, 105, 0, 63, 227,
+                0, 1, 113, 1, 2, 3, 4, 114, 225, 252, 65, 66, 115, 225, 1, 2, 3, 4, 5, 6, 7, 128, 2, 1, 2,
+                116, 0, 1, 0]})",
             1, ""},
         PacketCase{"ThreeWords",
                    R"({"at": 0, "frames": 3, "did": "0x61", "sdid": 1, "line": 10, "words": [150, 105, 3]})",

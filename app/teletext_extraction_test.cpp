@@ -43,7 +43,7 @@ struct TeletextRun {
 // A subtitle page and an index page (3 packets each), the closing headers of magazines 8 and 1,
 // packet 8/30: nine lines a frame.
 const std::string kPages = R"("teletext": {"pages": [
-    {"magazine": 8, "page": "0x88", "subtitle": true, "rows": {"20": "First subtitle row", "22": "Second row"}},
+    {"magazine": 8, "page": "0x88", "subtitle": true, "rows": {"20": "First row", "22": "Second row"}},
     {"magazine": 1, "page": "0x00", "rows": {"1": "Index page", "2": "News 101"}}], "initialPage": "0x112"})";
 const std::vector<std::uint8_t> kDataUnitIds{3, 3, 3, 2, 2, 2, 2, 2, 2};
 // Page 888 as a subtitle (magazine bits 0), then the initial page 0x12 read as 0x84.

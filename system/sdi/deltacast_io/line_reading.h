@@ -36,10 +36,10 @@ using AncPacketsByLine = std::vector<LinePacket>;
 inline constexpr std::int32_t kFirstAncLine = 1;
 inline constexpr std::int32_t kLastAncLine = 750;
 
-// Replaces `found` with the packets of `did` and `sdid` on lines 1 to 750 (luminance samples). A line whose
-// packets can't be counted ends the search with what was found ("Cannot get number of packets on
-// line %d - Y samples."); a packet that can't be read is passed over ("Cannot get HANC packet %d on
-// line %d empty").
+// Replaces `found` with the packets of `did` and `sdid` on lines 1 to 750 (luminance samples).
+// A line whose packets can't be counted ends the search with what was found ("Cannot get number
+// of packets on line %d - Y samples."); a packet that can't be read is passed over ("Cannot get
+// HANC packet %d on line %d empty").
 void readAncPackets(DeviceApi& api, DeviceHandle slot, std::uint8_t did, std::uint8_t sdid,
                     const LineReadReport& report, AncPacketsByLine& found);
 
