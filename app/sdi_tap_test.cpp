@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "app/slot_timing.h"
 #include "log/testing/capturing_logger.h"
@@ -216,6 +217,40 @@ TEST_F(SdiTapTest, LossText_NamesDroppedAndNeverCapturedFrames) {
     }
     EXPECT_EQ(elapsedFramePeriods(1080000, 1000000, 25, 1), 2);
     EXPECT_EQ(elapsedFramePeriods(1000000, 1000000, 25, 1), 1);
+}
+
+TEST_F(SdiTapTest, SlotAudioOrBufferFailing_FlagsTheNextRecordsOrCostsOneVideoRecord) {
+    makeBoard(R"({"signal": [{"format": 0}], "errors": [
+        {"operation": "VHD_SlotExtractAudio", "at": 25, "code": 2},
+        {"operation": "VHD_GetSlotBuffer", "at": 27, "code": 2}]})");
+    auto engine = makeEngine(0);
+    engine->startRun();
+    runPasses(*engine, 11);  // a wait, then input frames 21 to 30
+    std::vector<std::int64_t> audioStarts, audioFlagged, videoStarts, videoFlagged;
+    for (const std::string& chunk : records(records::RunChannel::Audio)) {
+        const auto record = recordOf<records::AudioRecord>(chunk);
+        audioStarts.push_back(record.start);
+        if (record.discontinuity != 0) {
+            audioFlagged.push_back(record.start);
+        }
+    }
+    for (const std::string& chunk : records(records::RunChannel::Video)) {
+        const auto header = recordOf<records::VideoRecordHeader>(chunk);
+        videoStarts.push_back(header.start);
+        if (header.discontinuity != 0) {
+            videoFlagged.push_back(header.start);
+        }
+    }
+    ASSERT_EQ(audioStarts.size(), 10u);
+    EXPECT_EQ(records(records::RunChannel::Teletext).size(), 10u);
+    ASSERT_EQ(audioFlagged.size(), 1u);  // the slot after the failed audio
+    EXPECT_EQ(videoFlagged, audioFlagged);
+    std::vector<std::int64_t> withoutVideo;
+    std::set_difference(audioStarts.begin(), audioStarts.end(), videoStarts.begin(), videoStarts.end(),
+                        std::back_inserter(withoutVideo));
+    EXPECT_EQ(withoutVideo, std::vector<std::int64_t>{audioFlagged[0] + 400000});
+    EXPECT_EQ(exactLines("2 ERROR : Cannot get slot buffer. Result = 0x00000002\n"), 1u);
+    EXPECT_EQ(exactLines("2 Warning : discontinuity detected."), 1u);
 }
 
 TEST_F(SdiTapTest, DropFrameTimecode_NumbersTheFrameWithoutTheSkippedNumbers) {
