@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <iterator>
 
 #include "app/slot_timing.h"
@@ -162,6 +163,19 @@ TEST_F(SdiTapTest, SignalOfAnotherFormatAtStart_SetsUpWithoutStandardAndPublishe
 TEST_F(SdiTapTest, PortBeyondTheInputs_IsRefusedByTheEngine) {
     makeBoard(R"({"signal": [{"format": 3}]})");
     expectFailure([&] { makeEngine(3, false, false, 3); }, "Invalid deltacast port #3");
+}
+
+TEST_F(SdiTapTest, ChannelRefusedBySystem_FailsInTheEnginesWordsAndLogsTheReason) {
+    makeBoard(R"({"signal": [{"format": 0}]})");
+    const std::string blocker =
+        "/dev/shm/" + records::channelName(records::kTeletextPrefix, name("port")) + "_MAP_PARAM";
+    std::filesystem::create_directory(blocker);
+    expectFailure([&] { makeEngine(0); }, "cannot open simulcast [teletext]");
+    std::filesystem::remove(blocker);
+    EXPECT_EQ(linesWith("1 Could not open simulcast " +
+                        records::channelName(records::kTeletextPrefix, name("port"))),
+              1u);
+    EXPECT_EQ(exactLines("2 Opened simulcast [AUDIO]."), 1u);
 }
 
 TEST_F(SdiTapTest, VbiLines_SdCapturesTeletextAndWssLinesAndHdOneAncLine) {
