@@ -158,6 +158,9 @@ TEST_F(SdiTapTest, SignalOfAnotherFormatAtStart_SetsUpWithoutStandardAndPublishe
     }
     EXPECT_TRUE(records(records::RunChannel::Audio).empty());
     EXPECT_EQ(linesWith("Warning : Incoherent Input Video Standard"), 3u);
+    engine->requestStop();  // obeyed within the pass, mismatch or not
+    EXPECT_TRUE(engine->runPass());
+    EXPECT_EQ(exactLines("2 Warning : STOP SIGNAL DETECTED"), 1u);
 }
 
 TEST_F(SdiTapTest, PortBeyondTheInputs_IsRefusedByTheEngine) {
