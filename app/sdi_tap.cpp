@@ -1,8 +1,5 @@
 #include "app/sdi_tap.h"
 
-#include <cmath>
-#include <cstring>
-#include <stdexcept>
 #include <thread>
 #include <utility>
 
@@ -22,6 +19,9 @@ namespace {
 constexpr std::chrono::milliseconds kBoardSettleTime{800};
 constexpr std::chrono::milliseconds kMarkerPause{1};
 constexpr std::uint32_t kBufferDepth = 6;
+// A 3G board with at least four channels makes the planes itself.
+constexpr std::uint32_t kPlanarBoardType = 6;
+constexpr std::int32_t kPlanarBoardChannels = 4;
 constexpr std::uint32_t kSdInterlacedStandards[] = {6, 7};  // PAL and NTSC
 constexpr std::uint32_t kTimecodeSource = 3;
 constexpr std::uint32_t kTimecodeLine = 16;
@@ -98,7 +98,8 @@ SdiTap::SdiTap(const RunParameters& parameters, log::i_logger::v0::ILogger& logg
         device::printBoardReport(m_logger, boardInfo);
     }
     m_handles.board = device::openBoard(m_api, m_parameters.boardIndex);
-    m_planarCapable = boardInfo.NumRXchannels + boardInfo.NumTXchannels >= 4 && boardInfo.BoardType == 6;
+    m_planarCapable = boardInfo.NumRXchannels + boardInfo.NumTXchannels >= kPlanarBoardChannels &&
+                      boardInfo.BoardType == kPlanarBoardType;
     m_report(false, "Open board handle");
     pause(kBoardSettleTime);
     m_report(true, "%s", formats::formatLongText(m_parameters.videoFormat).c_str());
@@ -142,7 +143,7 @@ SdiTap::~SdiTap() {
 
 void SdiTap::openInputStream(const device::BoardInfo& boardInfo) {
     if (m_parameters.fourHdQuads) {
-        if (boardInfo.NumRXchannels < 4) {
+        if (boardInfo.NumRXchannels < static_cast<std::int32_t>(kQuadrantCount)) {
             throw SdiTapException("Not enough input port for 4K interface");
         }
         m_handles.stream = device::openStream(m_api, m_handles.board, device::kPortNumbers[0].streamType);
@@ -177,6 +178,10 @@ void SdiTap::openPublicObjects() {
         records::capturePictureSize(m_info.width, m_info.height, m_parameters.use10Bit), m_framePeriod,
         [this](RunChannel channel) { m_report(false, "%s", channelLabel(channel, true)); });
     if (failed) {
+        // The exception's text is the engine's own; the system's reason goes to the log first.
+        if (const std::string reason = m_objects.failure(*failed); !reason.empty()) {
+            m_logger.Log(1, "Could not open simulcast %s", reason.c_str());
+        }
         throw SdiTapException(channelLabel(*failed, false));
     }
 }

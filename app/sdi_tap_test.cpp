@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 
 #include "app/slot_timing.h"
 #include "log/testing/capturing_logger.h"
@@ -156,11 +158,27 @@ TEST_F(SdiTapTest, SignalOfAnotherFormatAtStart_SetsUpWithoutStandardAndPublishe
     }
     EXPECT_TRUE(records(records::RunChannel::Audio).empty());
     EXPECT_EQ(linesWith("Warning : Incoherent Input Video Standard"), 3u);
+    engine->requestStop();  // obeyed within the pass, mismatch or not
+    EXPECT_TRUE(engine->runPass());
+    EXPECT_EQ(exactLines("2 Warning : STOP SIGNAL DETECTED"), 1u);
 }
 
 TEST_F(SdiTapTest, PortBeyondTheInputs_IsRefusedByTheEngine) {
     makeBoard(R"({"signal": [{"format": 3}]})");
     expectFailure([&] { makeEngine(3, false, false, 3); }, "Invalid deltacast port #3");
+}
+
+TEST_F(SdiTapTest, ChannelRefusedBySystem_FailsInTheEnginesWordsAndLogsTheReason) {
+    makeBoard(R"({"signal": [{"format": 0}]})");
+    const std::string blocker =
+        "/dev/shm/" + records::channelName(records::kTeletextPrefix, name("port")) + "_MAP_PARAM";
+    std::filesystem::create_directory(blocker);
+    expectFailure([&] { makeEngine(0); }, "cannot open simulcast [teletext]");
+    std::filesystem::remove(blocker);
+    EXPECT_EQ(linesWith("1 Could not open simulcast " +
+                        records::channelName(records::kTeletextPrefix, name("port"))),
+              1u);
+    EXPECT_EQ(exactLines("2 Opened simulcast [AUDIO]."), 1u);
 }
 
 TEST_F(SdiTapTest, VbiLines_SdCapturesTeletextAndWssLinesAndHdOneAncLine) {
@@ -216,6 +234,40 @@ TEST_F(SdiTapTest, LossText_NamesDroppedAndNeverCapturedFrames) {
     }
     EXPECT_EQ(elapsedFramePeriods(1080000, 1000000, 25, 1), 2);
     EXPECT_EQ(elapsedFramePeriods(1000000, 1000000, 25, 1), 1);
+}
+
+TEST_F(SdiTapTest, SlotAudioOrBufferFailing_FlagsTheNextRecordsOrCostsOneVideoRecord) {
+    makeBoard(R"({"signal": [{"format": 0}], "errors": [
+        {"operation": "VHD_SlotExtractAudio", "at": 25, "code": 2},
+        {"operation": "VHD_GetSlotBuffer", "at": 27, "code": 2}]})");
+    auto engine = makeEngine(0);
+    engine->startRun();
+    runPasses(*engine, 11);  // a wait, then input frames 21 to 30
+    std::vector<std::int64_t> audioStarts, audioFlagged, videoStarts, videoFlagged;
+    for (const std::string& chunk : records(records::RunChannel::Audio)) {
+        const auto record = recordOf<records::AudioRecord>(chunk);
+        audioStarts.push_back(record.start);
+        if (record.discontinuity != 0) {
+            audioFlagged.push_back(record.start);
+        }
+    }
+    for (const std::string& chunk : records(records::RunChannel::Video)) {
+        const auto header = recordOf<records::VideoRecordHeader>(chunk);
+        videoStarts.push_back(header.start);
+        if (header.discontinuity != 0) {
+            videoFlagged.push_back(header.start);
+        }
+    }
+    ASSERT_EQ(audioStarts.size(), 10u);
+    EXPECT_EQ(records(records::RunChannel::Teletext).size(), 10u);
+    ASSERT_EQ(audioFlagged.size(), 1u);  // the slot after the failed audio
+    EXPECT_EQ(videoFlagged, audioFlagged);
+    std::vector<std::int64_t> withoutVideo;
+    std::set_difference(audioStarts.begin(), audioStarts.end(), videoStarts.begin(), videoStarts.end(),
+                        std::back_inserter(withoutVideo));
+    EXPECT_EQ(withoutVideo, std::vector<std::int64_t>{audioFlagged[0] + 400000});
+    EXPECT_EQ(exactLines("2 ERROR : Cannot get slot buffer. Result = 0x00000002\n"), 1u);
+    EXPECT_EQ(exactLines("2 Warning : discontinuity detected."), 1u);
 }
 
 TEST_F(SdiTapTest, DropFrameTimecode_NumbersTheFrameWithoutTheSkippedNumbers) {

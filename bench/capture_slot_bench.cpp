@@ -4,8 +4,9 @@
 //
 // Two boards: the simulated board, whose own work (drawing the picture, synthesising eight tones)
 // is part of each slot, and a replay board that hands out one prepared slot again and again, so
-// that what is timed is the engine alone. Every case counts the heap allocations inside the timed
-// loop (operator new is replaced below) and fails if there is one. The ratios are printed last.
+// that what is timed is the engine alone; the simulated board's part is also timed on its own.
+// Every case counts the heap allocations inside the timed loop (operator new is replaced below);
+// the engine alone fails if it makes one. The ratios are printed last.
 //
 //   capture_slot_bench                                   every case
 //   capture_slot_bench --benchmark_filter=ReplayBoard    the engine alone
@@ -218,6 +219,48 @@ void BM_Slot_SimulatedBoard(benchmark::State& state) {
     timeSlots(state, simulated, "simulated");
 }
 BENCHMARK(BM_Slot_SimulatedBoard)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The simulated board's own part of a slot, without the engine: lock, picture, audio, unlock. Its
+// allocations are the ones the slot on the simulated board counts.
+void BM_SimulatedBoardAlone(benchmark::State& state) {
+    const std::string serial = "0x5EE" + std::to_string(ovtx::system::process::v1::currentProcessId());
+    board::SimulatedBoard simulated(
+        board::parseScenario(R"({"board": {"serial": ")" + serial +
+                                 R"(", "rx": 4, "tx": 4}, "ports": {"0": )" + R"({"signal": [{"format": )" +
+                                 std::to_string(kFormat) + "}]}}}",
+                             "bench"),
+        std::make_unique<StepClock>());
+    const device::DeviceHandle stream = device::openStream(simulated, device::openBoard(simulated, 0), 0);
+    simulated.setStreamProperty(stream, device::kStreamVideoStandard,
+                                sdi::SdiFormatInfo(kFormat).boardStandard);
+    simulated.setStreamProperty(stream, device::kStreamBufferPacking, device::kPackingPlanar10Bit);
+    simulated.startStream(stream);
+    std::vector<std::uint8_t> samples(8 * kSamplesPerFrame * 4);
+    device::AudioInfo audio;
+    for (std::size_t pair = 0; pair < 8; ++pair) {
+        device::AudioChannelInfo& entry = audio.groups[pair / 2].channels[pair % 2 * 2];
+        entry.mode = device::kAudioModeStereo;
+        entry.format = device::kAudioFormat16Bit;
+        entry.data = samples.data() + pair * kSamplesPerFrame * 4;
+    }
+    const std::size_t before = g_allocations.load();
+    for (auto _ : state) {
+        device::DeviceHandle slot = device::kNoHandle;
+        while (simulated.lockSlotHandle(stream, slot) != device::kDeviceOk) {
+        }
+        std::uint8_t* buffer = nullptr;
+        std::uint32_t size = 0;
+        simulated.getSlotBuffer(slot, device::kVideoBuffer, buffer, size);
+        for (std::size_t pair = 0; pair < 8; ++pair) {
+            audio.groups[pair / 2].channels[pair % 2 * 2].dataSize = kSamplesPerFrame * 4;
+        }
+        simulated.slotExtractAudio(slot, audio);
+        simulated.unlockSlotHandle(slot);
+    }
+    state.counters["allocs/slot"] = benchmark::Counter(static_cast<double>(g_allocations.load() - before) /
+                                                       static_cast<double>(state.iterations()));
+}
+BENCHMARK(BM_SimulatedBoardAlone)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // One memcpy of the frame from the same source into a ring of destinations as large as the video
 // ring's lap would be cold: four frames.
