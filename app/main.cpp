@@ -8,7 +8,6 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
-#include <type_traits>
 
 #include "app/run_parameters.h"
 #include "app/sdi_tap.h"
@@ -76,16 +75,6 @@ std::unique_ptr<AbstractObjectWebService> startWebService(ILogger& logger, const
         kWebWorkers, false);
 }
 
-// What the service tree reads of an engine: the engine itself, where it shows its capture state.
-template <typename Engine>
-const CaptureState* captureStateOf(const Engine* engine) {
-    if constexpr (std::is_base_of_v<CaptureState, Engine>) {
-        return engine;
-    } else {
-        return nullptr;
-    }
-}
-
 void runPatternPath(const RunParameters& parameters, const std::string& portName,
                     const device::BoardInfo& boardInfo, ILogger& logger) {
     const ObjectFactory serviceTree = buildServiceTree(nullptr, parameters.fourHdQuads, boardInfo);
@@ -104,30 +93,25 @@ void deleteCaptureEngine() {
 struct PortServedElsewhere {};
 
 void runCapturePath(const RunParameters& parameters, const std::string& portName, device::DeviceApi& api,
-                    ILogger& logger, system::ipc::v2::ProcessClaim& portClaim) {
-    captureEngine.store(new SdiTap(portName));
-    std::atexit(&deleteCaptureEngine);
-    // The engine's first steps, as far as the input stream: the slot loop is not built yet.
-    const device::BoardInfo boardInfo = device::getBoardReport(api);
-    if (parameters.print) {
-        device::printBoardReport(logger, boardInfo);
-    }
-    const device::DeviceHandle board = device::openBoard(api, 0);
-    const std::size_t port = parameters.fourHdQuads ? 0 : static_cast<std::size_t>(parameters.sdiPort);
-    const device::DeviceHandle stream =
-        device::openStream(api, board, device::kPortNumbers.at(port).streamType);
+                    const device::BoardInfo& boardInfo, ILogger& logger, system::ipc::v2::ProcessClaim& portClaim) {
+    SdiTap::Environment environment{api, portName};
     // The port is claimed once its stream is open, so that a stream another process holds still
-    // ends with exit code 100 where the board reports it.
-    const bool claimed = claimPort(portName, portClaim);
-    api.closeStreamHandle(stream);
-    api.closeBoardHandle(board);
-    if (!claimed) {
-        throw PortServedElsewhere{};
+    // ends with exit code 100 where the board reports it, and before the engine touches the run's
+    // channels, which belong to whichever run holds the claim.
+    environment.streamOpened = [&portName, &portClaim] {
+        if (!claimPort(portName, portClaim)) {
+            throw PortServedElsewhere{};
+        }
+    };
+    captureEngine.store(new SdiTap(parameters, logger, std::move(environment)));
+    std::atexit(&deleteCaptureEngine);
+    // A console stop that came while the engine was being built found no engine to reach.
+    if (!keepRunning.load()) {
+        captureEngine.load()->requestStop();
     }
-    const ObjectFactory serviceTree =
-        buildServiceTree(captureStateOf(captureEngine.load()), parameters.fourHdQuads, boardInfo);
+    const ObjectFactory serviceTree = buildServiceTree(captureEngine.load(), parameters.fourHdQuads, boardInfo);
     std::unique_ptr<AbstractObjectWebService> webService = startWebService(logger, serviceTree, portName);
-    throw std::runtime_error("The capture loop is not available in this build");
+    captureEngine.load()->run();
 }
 
 // What the main routine's own guard covers: the board report, the choice of path and both paths.
@@ -149,7 +133,7 @@ void runGuardedRegion(const RunParameters& parameters, const std::string& portNa
         runPatternPath(parameters, portName, boardInfo, logger);
         return;
     }
-    runCapturePath(parameters, portName, api, logger, portClaim);
+    runCapturePath(parameters, portName, api, boardInfo, logger, portClaim);
 }
 
 }  // namespace

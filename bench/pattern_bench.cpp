@@ -10,6 +10,7 @@
 // four simulcast channels of a run of its own, with their mutexes, commits and events.
 #include <array>
 #include <chrono>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -22,6 +23,7 @@
 #include "pattern/pattern_format.h"
 #include "pattern/pattern_frames.h"
 #include "simulcast/capture_records.h"
+#include "simulcast/run_objects.h"
 
 namespace {
 
@@ -29,6 +31,19 @@ using namespace ovtx::pattern::pattern_source::v1;
 namespace records = ovtx::simulcast::capture_records::v1;
 namespace sdi = ovtx::encoding::sdi::sdi_common::v2;
 using Clock = std::chrono::steady_clock;
+using records::RunKind;
+using records::RunObjects;
+
+// The run's level-1 lines (readers that held a channel) go to the standard error stream.
+struct BenchLogger final : ovtx::log::i_logger::v0::ILogger {
+    void Log(int, const char* format, ...) override {
+        va_list arguments;
+        va_start(arguments, format);
+        std::vfprintf(stderr, format, arguments);
+        va_end(arguments);
+        std::fputc('\n', stderr);
+    }
+};
 
 constexpr int kChunksPerChannel = 2;
 constexpr std::array<std::uint32_t, 8> kAutoSampling{};
@@ -99,11 +114,13 @@ void runShared(int code, int bitDepth, double budgetSeconds) {
     const PatternFormat format = patternFormat(code);
     PatternFrames frames(format, bitDepth, kAutoSampling, patternCaptionEntries(format.period));
     const std::string portName = "pattern_bench_" + std::to_string(Clock::now().time_since_epoch().count());
-    PatternChannels channels;
-    if (!channels.open(portName, pictureBytes(format, bitDepth), std::chrono::milliseconds(40))) {
+    BenchLogger logger;
+    RunObjects objects(RunKind::Pattern, portName, logger);
+    if (objects.openChannels(pictureBytes(format, bitDepth), std::chrono::milliseconds(40))) {
         std::printf("could not open the channels of %s\n", portName.c_str());
         return;
     }
+    PatternChannels channels(objects);
     // The first lap of the rings touches every page once; time the laps after it.
     for (std::int64_t f = 0; f < 64; ++f) {
         channels.publishFrame(frames, f);
@@ -117,7 +134,7 @@ void runShared(int code, int bitDepth, double budgetSeconds) {
     std::printf("%-26s %2d bit  %9.1f fps  %6.2fx real time  (shared-memory channels)\n",
                 std::string(sdi::formatName(code).value_or("?")).c_str(), bitDepth, fps,
                 fps / format.period.inverted().toDouble());
-    channels.close();
+    objects.close();
 }
 
 }  // namespace
