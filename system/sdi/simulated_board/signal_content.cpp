@@ -219,7 +219,8 @@ void PictureRenderer::render(const FrameShape& shape, std::uint32_t packing, std
         }
         return;
     }
-    // Planes Y, Cb, Cr of 4:2:0, each field after field when interlaced.
+    // Planes Y, Cr, Cb of 4:2:0 (the order in which the capture engine's packed path gives them
+    // to consumers), each field after field when interlaced.
     const bool wide = packing == device::kPackingPlanar10Bit;
     const std::size_t sampleBytes = wide ? 2 : 1;
     const std::size_t lumaSamples = static_cast<std::size_t>(w) * static_cast<std::size_t>(h);
@@ -242,7 +243,7 @@ void PictureRenderer::render(const FrameShape& shape, std::uint32_t packing, std
     }
     FrameShape chroma = shape;
     chroma.height = h / 2;
-    for (const std::size_t component : {0u, 2u}) {
+    for (const std::size_t component : {2u, 0u}) {  // Cr, then Cb, of the Cb Y Cr Y rows
         for (std::int32_t r : bufferRows(chroma, false)) {
             const std::vector<std::uint8_t>& row = rowOf(2 * r);
             for (std::int32_t x = 0; x < w / 2; ++x) {

@@ -388,6 +388,23 @@ TEST(SimulatedBoardTest, PlanarBoard_GivesPlanesFieldAfterField) {
     EXPECT_EQ(size, 1920u * 1080 * 3 / 2 * 2);
 }
 
+// The chroma planes stand as Cr, then Cb, as consumers of a capture run expect them.
+TEST(SimulatedBoardTest, PlanarBoard_GivesCrBeforeCb) {
+    RunningPort port(R"({"signal": [{"format": 3}]})", 0, R"("type": 6, "rx": 4, "tx": 4)");
+    ASSERT_EQ(
+        port.board.setStreamProperty(port.stream, device::kStreamBufferPacking, device::kPackingPlanar8Bit),
+        0u);
+    port.start();
+    std::uint8_t* buffer = nullptr;
+    std::uint32_t size = 0;
+    ASSERT_EQ(port.board.getSlotBuffer(port.lock(), 0, buffer, size), 0u);
+    constexpr std::size_t kLuma = 1920 * 1080;
+    constexpr std::size_t kRedBar = 1920 * 5 / 8 + 100;  // first row, far from the moving white bar
+    EXPECT_EQ(buffer[kRedBar], 65);                      // 75% red: Y 65, Cb 100, Cr 212
+    EXPECT_EQ(buffer[kLuma + kRedBar / 2], 212);
+    EXPECT_EQ(buffer[kLuma + kLuma / 4 + kRedBar / 2], 100);
+}
+
 TEST(SimulatedBoardTest, InjectedError_IsAnsweredOnItsFrames) {
     RunningPort port(R"({"signal": [{"format": 3}],
         "errors": [{"operation": "VHD_GetSlotBuffer", "at": 0, "frames": 100000000, "code": 13}]})",
