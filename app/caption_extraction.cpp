@@ -1,5 +1,6 @@
 #include "app/caption_extraction.h"
 
+#include "app/capture_lines.h"
 #include "app/verbose_line_report.h"
 #include "cpp_utils/cpp_tools/safe_array.h"
 #include "encoding/subtitling/caption_data.h"
@@ -14,8 +15,6 @@ namespace records = simulcast::capture_records::v1;
 namespace cc = encoding::subtitling::v1;
 using cpp_utils::cpp_tools::v1::SafeArray;
 
-constexpr std::uint32_t kPalBoardStandard = 6;
-constexpr std::uint32_t kNtscBoardStandard = 7;
 constexpr std::int32_t kField1CaptionLine = 21;
 constexpr std::int32_t kField2CaptionLine = 284;
 constexpr std::uint8_t kCaptionDid = 0x61;

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <map>
 #include <regex>
 #include <set>
@@ -25,8 +24,6 @@ using ovtx::log::log_perf::v4::testing::containsText;
 using ovtx::log::log_perf::v4::testing::readLogFile;
 using ovtx::system::process::v1::ExitStatus;
 using ovtx::system::process::v1::PipedChild;
-using ovtx::system::process::v1::SpawnOptions;
-using ovtx::test_support::v1::binaryPath;
 using ovtx::test_support::v1::InstallRoot;
 using ovtx::test_support::v1::readFileBytes;
 using ovtx::test_support::v1::runObjects;
@@ -38,21 +35,11 @@ using namespace std::chrono_literals;
 constexpr auto kTimeout = 60s;
 constexpr std::int64_t kPalFrame = 400000;  // 100 ns units
 
-// A scenario for a board of this test process alone: eight inputs, `port` carrying `signal`.
-std::string writeScenario(const InstallRoot& install, const std::string& port, const std::string& signal) {
-    const std::string path = (install.directory() / "board.json").string();
-    std::ofstream(path) << R"({"board": {"serial": "0x5E3)" << ovtx::system::process::v1::currentProcessId()
-                        << R"(", "rx": 8, "tx": 0}, "ports": {")" << port << R"(": )" << signal << "}}";
-    return path;
-}
-
-PipedChild startDaemon(const InstallRoot& install, const std::string& scenario, const std::string& port) {
-    SpawnOptions options;
-    options.environment = install.environment();
-    options.environment["SDI_TAP_SIMULATED_BOARD"] = scenario;
-    options.captureStandardError = true;
-    return PipedChild::spawn(binaryPath("sdi_tap"), {"-sdiport", port, "-videoformat", "0", "-print"},
-                             options);
+// The daemon on a board of this test process alone: eight inputs, `port` carrying `signal`.
+PipedChild startDaemon(const InstallRoot& install, const std::string& port, const std::string& signal) {
+    const std::string scenario =
+        install.writeScenario(R"("rx": 8, "tx": 0)", R"("ports": {")" + port + R"(": )" + signal + "}");
+    return install.start("sdi_tap", {"-sdiport", port, "-videoformat", "0", "-print"}, scenario);
 }
 
 struct Record {
@@ -105,10 +92,8 @@ std::pair<double, double> toneOf(const std::string& wav) {
 
 TEST(CaptureE2eTest, FollowedRun_PublishesFramesInStepAndTonesInTheirPairs_NamedStopEndsIt) {
     InstallRoot install;
-    const std::string scenario =
-        writeScenario(install, "5", R"({"signal": [{"format": 0}], "audio": {"pairs": [
+    PipedChild daemon = startDaemon(install, "5", R"({"signal": [{"format": 0}], "audio": {"pairs": [
         {"pair": 1, "tone": 440, "level": -12}, {"pair": 4, "present": false}]}})");
-    PipedChild daemon = startDaemon(install, scenario, "5");
     const std::string prefix = (install.directory() / "pair").string();
     const ToolResult follow = runTool("simulcast_follow", {"5", "--records", "200", "--wav", prefix});
     ASSERT_EQ(follow.exitCode, 0);
@@ -166,28 +151,18 @@ TEST(CaptureE2eTest, FollowedRun_PublishesFramesInStepAndTonesInTheirPairs_Named
     EXPECT_TRUE(containsText(lines, "Warning : STOP SIGNAL DETECTED"));
 }
 
-TEST(CaptureE2eTest, Signal_EndsTheRunAndItsObjects) {
+// A signal ends the run as the named event does, and takes its public objects with it.
+TEST(CaptureE2eTest, CablePulledAndPutBack_MarkersInTheRecordsAndTheLogThenFramesAgain_SignalEndsIt) {
     InstallRoot install;
-    const std::string scenario = writeScenario(install, "6", R"({"signal": [{"format": 0}]})");
-    PipedChild daemon = startDaemon(install, scenario, "6");
-    const ToolResult follow = runTool("simulcast_follow", {"6", "--records", "8"});
-    ASSERT_EQ(follow.exitCode, 0);
-    EXPECT_FALSE(runObjects("6").empty());
-    daemon.kill(PipedChild::Signal::Terminate);
-    EXPECT_EQ(daemon.wait(kTimeout), ExitStatus::exitedWith(0)) << daemon.standardError();
-    EXPECT_EQ(runObjects("6"), std::vector<std::string>{});
-}
-
-TEST(CaptureE2eTest, CablePulledAndPutBack_MarkersInTheRecordsAndTheLogThenFramesAgain) {
-    InstallRoot install;
-    const std::string scenario = writeScenario(
+    PipedChild daemon = startDaemon(
         install, "7",
         R"({"signal": [{"format": 0, "frames": 75}, {"noSignal": true, "frames": 25}, {"format": 0}]})");
-    PipedChild daemon = startDaemon(install, scenario, "7");
     const ToolResult follow = runTool("simulcast_follow", {"7", "--seconds", "6"});
     ASSERT_EQ(follow.exitCode, 0);
-    EXPECT_EQ(runTool("sdi_tap_stop", {"7"}).exitCode, 0);
+    EXPECT_FALSE(runObjects("7").empty());
+    daemon.kill(PipedChild::Signal::Terminate);
     EXPECT_EQ(daemon.wait(kTimeout), ExitStatus::exitedWith(0)) << daemon.standardError();
+    EXPECT_EQ(runObjects("7"), std::vector<std::string>{});
 
     // Frames, then markers (the header alone, 4:3, the time standing still), then frames again.
     std::vector<char> phases;
@@ -195,8 +170,8 @@ TEST(CaptureE2eTest, CablePulledAndPutBack_MarkersInTheRecordsAndTheLogThenFrame
     auto records = recordsByKind(follow);
     for (const Record& video : records["video"]) {
         const bool marker = video.summary.find("mismatch=0") == std::string::npos;
+        EXPECT_NE(video.summary.find("aspect=4:3"), std::string::npos) << video.summary;
         if (marker) {
-            EXPECT_NE(video.summary.find("aspect=4:3"), std::string::npos);
             EXPECT_TRUE(markerStart < 0 || video.start == markerStart) << video.start;
             markerStart = video.start;
         }
@@ -206,11 +181,20 @@ TEST(CaptureE2eTest, CablePulledAndPutBack_MarkersInTheRecordsAndTheLogThenFrame
     }
     EXPECT_EQ(std::string(phases.begin(), phases.end()), "fmf");
 
+    // One loss of the format and one restart; the format told at the set-up and at the restart.
     const auto lines = readLogFile(install.logFile("7").string());
-    for (const char* text : {"Auto detected incoherent format", "Warning : Incoherent Input Video Standard",
-                             "Set Input Video Standard done", "Opened input stream"}) {
+    const auto count = [&lines](const std::string& text) {
+        return std::count_if(lines.begin(), lines.end(),
+                             [&](const auto& line) { return line.text.find(text) != std::string::npos; });
+    };
+    EXPECT_EQ(count("Auto detected incoherent format"), 1);
+    EXPECT_EQ(count("Video format : PAL - 576i @ 25Hz"), 2);
+    EXPECT_EQ(count("Auto detected video format: 720x576i 25 fps"), 2);
+    for (const char* text : {"Warning : Incoherent Input Video Standard", "Set Input Video Standard done",
+                             "Opened input stream"}) {
         EXPECT_TRUE(containsText(lines, text)) << text;
     }
+    EXPECT_EQ(count("Opened input stream"), 2);  // at the start (with a dot) and at the restart
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <thread>
 #include <utility>
 
+#include "app/capture_lines.h"
 #include "app/slot_timing.h"
 #include "system/thread/thread.h"
 
@@ -22,14 +23,9 @@ constexpr std::uint32_t kBufferDepth = 6;
 // A 3G board with at least four channels makes the planes itself.
 constexpr std::uint32_t kPlanarBoardType = 6;
 constexpr std::int32_t kPlanarBoardChannels = 4;
-constexpr std::uint32_t kSdInterlacedStandards[] = {6, 7};  // PAL and NTSC
 constexpr std::uint32_t kTimecodeSource = 3;
 constexpr std::uint32_t kTimecodeLine = 16;
 constexpr int kLossLevel = 0;
-
-bool isStandardDefinition(std::uint32_t boardStandard) {
-    return boardStandard == kSdInterlacedStandards[0] || boardStandard == kSdInterlacedStandards[1];
-}
 
 struct NamedValue {
     std::uint32_t value;
@@ -201,29 +197,14 @@ void SdiTap::setBufferLayout() {
 }
 
 void SdiTap::setVbiLines() {
-    m_vbiLines = {};
-    if (isStandardDefinition(m_info.boardStandard)) {
-        m_vbiLines[0] = {m_info.wssLine, 0, 1};
-        for (std::uint32_t i = 0; i < 16; ++i) {
-            m_vbiLines[1 + i] = {7 + i, 0, 1};
-            m_vbiLines[17 + i] = {320 + i, 0, 1};
-        }
-    } else {
-        m_vbiLines[0] = {m_info.ancLine, 1, 0};
-    }
+    m_vbiLines = captureLineTable(m_info);
     if (m_api.vbiSetCaptureLines(m_handles.stream, m_vbiLines) != device::kDeviceOk) {
         m_report(false, "Cannot setup input stream [VBI]");
         return;
     }
     m_report(false, "Setup input stream [VBI]");
-    for (std::size_t i = 0; i < m_vbiLines.size(); ++i) {
-        if (m_vbiLines[i].line == m_info.wssLine) {
-            m_wssLineIndex = static_cast<std::int32_t>(i);
-        }
-        if (m_vbiLines[i].line == m_info.ancLine) {
-            m_ancLineIndex = static_cast<std::int32_t>(i);
-        }
-    }
+    m_wssLineIndex = lineIndex(m_vbiLines, m_info.wssLine);
+    m_ancLineIndex = lineIndex(m_vbiLines, m_info.ancLine);
 }
 
 void SdiTap::setTimeout() {

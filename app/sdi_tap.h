@@ -81,8 +81,6 @@ class SdiTap final : public CaptureState {
 
     bool standardMismatch() const { return m_standardMismatch; }
     std::int64_t slotFrameNumber() const { return m_slotFrameNumber; }
-    // The VBI lines the stream was asked to capture (unused entries all zero).
-    const system::sdi::deltacast_io::v1::VbiLineTable& vbiLines() const { return m_vbiLines; }
 
     // CaptureState
     std::int32_t detectedFormat() const override;

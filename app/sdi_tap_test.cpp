@@ -9,11 +9,11 @@
 #include <filesystem>
 #include <iterator>
 
+#include "app/capture_lines.h"
 #include "app/slot_timing.h"
 #include "log/testing/capturing_logger.h"
 #include "simulcast/simulcast_params.h"
-#include "system/process/piped_child.h"
-#include "system/sdi/simulated_board/simulated_board.h"
+#include "system/sdi/simulated_board/testing/stepped_port.h"
 #include "testing/expect_failure.h"
 #include "testing/shm.h"
 
@@ -27,18 +27,9 @@ namespace ring = ovtx::simulcast::simulcast_channel::v1;
 using ovtx::log::log_perf::v4::testing::CapturingLogger;
 using ovtx::system::ipc::v2::MappedView;
 using ovtx::system::ipc::v2::NamedMapping;
+using ovtx::system::sdi::simulated_board::v1::testing::scenarioOfPort0;
+using ovtx::system::sdi::simulated_board::v1::testing::SteppedClock;
 using ovtx::test_support::v1::expectFailure;
-
-// Board time moves only when the board waits for a slot, or when the engine pauses: slots come as
-// fast as they are asked for, and frame numbers are exact.
-class StepClock final : public board::BoardClock {
-  public:
-    std::int64_t nowNs() override { return m_now; }
-    void sleepFor(std::int64_t nanoseconds) override { m_now += nanoseconds; }
-
-  private:
-    std::int64_t m_now = 0;
-};
 
 // Every chunk of a channel that the writer has committed and the ring still holds, oldest first,
 // read from the channel's shared memory as a consumer process would see it.
@@ -78,16 +69,12 @@ Record recordOf(const std::string& chunk) {
 
 class SdiTapTest : public ovtx::test_support::v1::ShmTest {
   protected:
-    // A board of `boardKeys` whose port 0 carries `port`, on the step clock.
+    // A board of `boardKeys` whose port 0 carries `port`, on a clock that moves only when the
+    // board waits for a slot or the engine pauses: slots come as fast as they are asked for.
     void makeBoard(const std::string& port, const std::string& boardKeys = R"("rx": 2, "tx": 2)") {
-        auto clock = std::make_unique<StepClock>();
+        auto clock = std::make_unique<SteppedClock>();
         m_clock = clock.get();
-        const std::string serial =
-            R"("serial": "0x5E2)" + std::to_string(ovtx::system::process::v1::currentProcessId()) + R"(")";
-        m_board = std::make_unique<board::SimulatedBoard>(
-            board::parseScenario(
-                R"({"board": {)" + boardKeys + ", " + serial + R"(}, "ports": {"0": )" + port + "}}", "test"),
-            std::move(clock));
+        m_board = std::make_unique<board::SimulatedBoard>(scenarioOfPort0(port, boardKeys), std::move(clock));
     }
     // `pausesTakeBoardTime` false: the set-up's wait takes no board time, so that the first slot
     // is input frame 0.
@@ -134,7 +121,7 @@ class SdiTapTest : public ovtx::test_support::v1::ShmTest {
     }
 
     std::unique_ptr<CapturingLogger> m_logger;
-    StepClock* m_clock = nullptr;
+    SteppedClock* m_clock = nullptr;
     std::unique_ptr<board::SimulatedBoard> m_board;
 };
 
@@ -181,20 +168,19 @@ TEST_F(SdiTapTest, ChannelRefusedBySystem_FailsInTheEnginesWordsAndLogsTheReason
     EXPECT_EQ(exactLines("2 Opened simulcast [AUDIO]."), 1u);
 }
 
-TEST_F(SdiTapTest, VbiLines_SdCapturesTeletextAndWssLinesAndHdOneAncLine) {
+TEST(CaptureLinesTest, SdCapturesTeletextAndWssLines_HdOneAncLine) {
     const struct {
         std::int32_t format;
         std::size_t lines;
         std::uint32_t firstLine;
     } cases[] = {{0, 33, 23}, {3, 1, 11}};
     for (const auto& c : cases) {
-        makeBoard(R"({"signal": [{"format": )" + std::to_string(c.format) + "}]}");
-        auto engine = makeEngine(c.format);
-        const auto& table = engine->vbiLines();
+        const auto table = captureLineTable(ovtx::encoding::sdi::sdi_common::v2::SdiFormatInfo(c.format));
         EXPECT_EQ(
             std::count_if(table.begin(), table.end(), [](const auto& entry) { return entry.line != 0; }),
             static_cast<std::ptrdiff_t>(c.lines));
         EXPECT_EQ(table[0].line, c.firstLine);
+        EXPECT_EQ(lineIndex(table, 23), c.format == 0 ? 0 : -1);
     }
 }
 
@@ -302,34 +288,6 @@ TEST_F(SdiTapTest, TimecodeMissingForSomeFrames_CountsOnAndComplainsOnce) {
         EXPECT_EQ(numbers[i], numbers[i - 1] + 1) << i;
     }
     EXPECT_GT(numbers.front(), 10 * 3600 * 25);  // from the timecode, before it went missing
-}
-
-TEST_F(SdiTapTest, CablePulledAndBack_MarkersThenRestartAndFramesAgain) {
-    makeBoard(R"({"signal": [{"format": 0, "frames": 30}, {"noSignal": true, "frames": 3}, {"format": 0}]})");
-    auto engine = makeEngine(0);
-    engine->startRun();
-    for (int pass = 0; pass < 400 && exactLines("2 Opened input stream") == 0; ++pass) {
-        ASSERT_FALSE(engine->runPass());
-    }
-    runPasses(*engine, 5);
-    EXPECT_EQ(linesWith("Auto detected incoherent format"), 1u);
-    EXPECT_GT(linesWith("Warning : Incoherent Input Video Standard"), 0u);
-    EXPECT_EQ(linesWith("Video format : PAL - 576i @ 25Hz"), 2u);  // at the set-up and at the restart
-    EXPECT_EQ(linesWith("Auto detected video format: 720x576i 25 fps"), 2u);
-    EXPECT_EQ(exactLines("2 Opened input stream"), 1u);
-    EXPECT_FALSE(engine->standardMismatch());
-
-    const auto video = records(records::RunChannel::Video);
-    const auto firstFrame = std::find_if(video.begin(), video.end(), [](const std::string& chunk) {
-        return recordOf<records::VideoRecordHeader>(chunk).standardMismatch == 0;
-    });
-    ASSERT_NE(firstFrame, video.begin());
-    ASSERT_GE(video.end() - firstFrame, 4);  // the restarted stream's first lock may wait
-    EXPECT_NE(recordOf<records::VideoRecordHeader>(*(firstFrame - 1)).standardMismatch, 0);
-    EXPECT_TRUE(std::all_of(firstFrame, video.end(), [](const std::string& chunk) {
-        const auto header = recordOf<records::VideoRecordHeader>(chunk);
-        return header.standardMismatch == 0 && header.aspectNumerator == 4;
-    }));
 }
 
 TEST_F(SdiTapTest, TenBitsOnAPackedBoard_FailsAtTheFirstFrame) {

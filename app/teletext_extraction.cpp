@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "app/capture_lines.h"
 #include "app/verbose_line_report.h"
 #include "cpp_utils/cpp_tools/safe_array.h"
 #include "system/sdi/deltacast_io/line_reading.h"
@@ -15,8 +16,6 @@ namespace records = simulcast::capture_records::v1;
 namespace ttx = encoding::subtitling::v1;
 using cpp_utils::cpp_tools::v1::SafeArray;
 
-constexpr std::uint32_t kPalBoardStandard = 6;
-constexpr std::uint32_t kNtscBoardStandard = 7;
 constexpr std::uint8_t kTeletextDid = 0x41;
 constexpr std::uint8_t kTeletextSdid = 0x08;
 constexpr int kListFullLevel = 1;
@@ -32,7 +31,7 @@ void TeletextExtraction::extract(device::DeviceHandle slot, std::uint32_t boardS
                                  const device::VbiLineTable& lines, records::TeletextRecord& record,
                                  std::int64_t start, std::int64_t end) {
     m_lines.clear();
-    if (boardStandard == kPalBoardStandard || boardStandard == kNtscBoardStandard) {
+    if (isStandardDefinition(boardStandard)) {
         readSdLines(slot, lines);
     } else {
         readHdLines(slot);

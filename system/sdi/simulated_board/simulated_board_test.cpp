@@ -10,6 +10,7 @@
 #include "encoding/subtitle_text/subtitle_decoder.h"
 #include "system/process/piped_child.h"
 #include "system/sdi/simulated_board/device_choice.h"
+#include "system/sdi/simulated_board/testing/stepped_port.h"
 #include "testing/files.h"
 
 namespace {
@@ -20,65 +21,13 @@ using device::DeviceHandle;
 using ovtx::encoding::subtitle_text::v1::SubtitleDecoder;
 using ovtx::system::process::v1::PipedChild;
 using ovtx::system::process::v1::SpawnOptions;
-
-// The board's time, moved on only by the board's own waits: slots come as fast as they are asked
-// for, and the frame numbers of a test are exact.
-class StepClock final : public BoardClock {
-  public:
-    std::int64_t nowNs() override { return m_now; }
-    void sleepFor(std::int64_t nanoseconds) override { m_now += nanoseconds; }
-
-  private:
-    std::int64_t m_now = 0;
-};
-
-// A serial of this test process alone: boards of the same serial share their ports' claims
-// machine-wide, and other test processes run at the same time.
-std::string uniqueSerial() {
-    return R"("serial": "0x5E1)" + std::to_string(ovtx::system::process::v1::currentProcessId()) + R"(")";
-}
-
-// A board with `port` as the JSON of port 0 and `board` as its board keys, on the step clock, and
-// a stream on that port set to `standard`.
-struct RunningPort {
-    RunningPort(const std::string& port, std::uint32_t standard,
-                const std::string& board = R"("rx": 2, "tx": 2)")
-        : board(parseScenario(
-                    R"({"board": {)" + board + ", " + uniqueSerial() + R"(}, "ports": {"0": )" + port + "}}",
-                    "test"),
-                std::make_unique<StepClock>()) {
-        handle = device::openBoard(this->board, 0);
-        stream = device::openStream(this->board, handle, device::kPortNumbers[0].streamType);
-        EXPECT_EQ(this->board.setStreamProperty(stream, device::kStreamVideoStandard, standard), 0u);
-        EXPECT_EQ(this->board.setStreamProperty(stream, device::kStreamBufferDepth, 32), 0u);
-        EXPECT_EQ(this->board.setStreamProperty(stream, device::kStreamTimeout, 200), 0u);
-    }
-    void start() { ASSERT_EQ(board.startStream(stream), 0u); }
-    DeviceHandle lock() {
-        DeviceHandle slot = device::kNoHandle;
-        EXPECT_EQ(board.lockSlotHandle(stream, slot), 0u);
-        return slot;
-    }
-    std::uint64_t time(DeviceHandle slot) {
-        std::uint64_t microseconds = 0;
-        EXPECT_EQ(board.getSlotSystemTime(slot, microseconds), 0u);
-        return microseconds;
-    }
-    std::uint32_t property(std::uint32_t number) {
-        std::uint32_t value = 0;
-        EXPECT_EQ(board.getStreamProperty(stream, number, value), 0u);
-        return value;
-    }
-
-    SimulatedBoard board;
-    DeviceHandle handle = device::kNoHandle;
-    DeviceHandle stream = device::kNoHandle;
-};
+using ovtx::system::sdi::simulated_board::v1::testing::SteppedPort;
+using ovtx::system::sdi::simulated_board::v1::testing::uniqueSerial;
 
 // Slot times step by one frame of the input clock; a gap in the signal shows as a longer step,
 // a frame the program lost as a longer step that the dropped counter explains.
 TEST(SimulatedBoardTest, SlotsArePacedByTheInputClock_GapsAndDropsShowInTimesAndCounter) {
-    RunningPort port(
+    SteppedPort port(
         R"({"signal": [{"format": 3}], "gaps": [{"at": 15, "frames": 2}], "drops": [{"at": 30}]})", 0);
     port.start();
     std::vector<std::int64_t> steps;
@@ -137,7 +86,7 @@ TEST(SimulatedBoardTest, HighSpeedFactor_KeepsFramePeriodAndTimeout) {
 
 TEST(SimulatedBoardTest, NoSlotOfTheStreamsStandard_LockTimesOutWith22) {
     for (const char* signal : {R"([{"noSignal": true}])", R"([{"format": "HD_1280_720p_50"}])"}) {
-        RunningPort port(std::string(R"({"signal": )") + signal + "}", 0);
+        SteppedPort port(std::string(R"({"signal": )") + signal + "}", 0);
         port.start();
         DeviceHandle slot = device::kNoHandle;
         EXPECT_EQ(port.board.lockSlotHandle(port.stream, slot), device::kDeviceTimeout) << signal;
@@ -147,7 +96,7 @@ TEST(SimulatedBoardTest, NoSlotOfTheStreamsStandard_LockTimesOutWith22) {
 // The cable out for 10 frames: the port reports no signal and no slot comes, then slots resume
 // with a time that tells how long the input was gone.
 TEST(SimulatedBoardTest, CablePulledAndPutBack_SlotsStopAndResume) {
-    RunningPort port(
+    SteppedPort port(
         R"({"signal": [{"format": 3, "frames": 5}, {"noSignal": true, "frames": 10}, {"format": 3}]})", 0);
     port.start();
     std::uint64_t before = 0;
@@ -170,7 +119,7 @@ TEST(SimulatedBoardTest, CablePulledAndPutBack_SlotsStopAndResume) {
 
 // Drop-frame timecode skips frame numbers 0 and 1 at each minute but every tenth.
 TEST(SimulatedBoardTest, DropFrameTimecode_SkipsTheDroppedNumbers) {
-    RunningPort port(R"({"signal": [{"format": 4}],
+    SteppedPort port(R"({"signal": [{"format": 4}],
         "timecode": {"start": "00:00:59:27", "dropFrame": true, "missing": [{"at": 5}]}})",
                      1);
     port.start();
@@ -192,7 +141,7 @@ TEST(SimulatedBoardTest, DropFrameTimecode_SkipsTheDroppedNumbers) {
 }
 
 TEST(SimulatedBoardTest, BoardProperties_TellThePortsSignal) {
-    RunningPort port(R"({"signal": [{"format": "NTSC_720_480i_59_94"}]})", 7);
+    SteppedPort port(R"({"signal": [{"format": "NTSC_720_480i_59_94"}]})", 7);
     std::uint32_t value = 0;
     EXPECT_EQ(port.board.getBoardProperty(port.handle, device::kPortNumbers[0].standardProperty, value), 0u);
     EXPECT_EQ(value, 7u);
@@ -220,7 +169,7 @@ TEST(SimulatedBoardTest, AudioAt2997_FollowsTheFiveFrameCadence) {
 }
 
 TEST(SimulatedBoardTest, AudioDescription_IsFilledPairByPair) {
-    RunningPort port(R"({"signal": [{"format": 3}], "audio": {"pairs": [
+    SteppedPort port(R"({"signal": [{"format": 3}], "audio": {"pairs": [
         {"pair": 1, "rate": 44100, "statusValid": false}, {"pair": 2, "present": false},
         {"pair": 3, "sizeErrors": [{"at": 0, "frames": 100000000, "bytes": 9000}]}]}})",
                      0);
@@ -251,7 +200,7 @@ TEST(SimulatedBoardTest, AudioDescription_IsFilledPairByPair) {
 // The SD lines through the board: WSS slices to the whole-line pattern of 16:9, a teletext line
 // to its run-in and framing code.
 TEST(SimulatedBoardTest, PalBlankingLines_SliceThroughTheBoard) {
-    RunningPort port(R"({"signal": [{"format": 0}], "wss": [{"at": 0, "aspect": "16:9"}],
+    SteppedPort port(R"({"signal": [{"format": 0}], "wss": [{"at": 0, "aspect": "16:9"}],
         "teletext": {"pages": [{"magazine": 8, "page": "0x88", "subtitle": true, "rows": {"22": "Hello"}}]}})",
                      6);
     EXPECT_EQ(port.board.vbiSetCaptureLines(port.stream, {}), 0u);
@@ -278,7 +227,7 @@ TEST(SimulatedBoardTest, PalBlankingLines_SliceThroughTheBoard) {
 TEST(SimulatedBoardTest, SlicedLines_DecodeToTheScenariosCaptionsAndPages) {
     SubtitleDecoder decoder;
     {
-        RunningPort ntsc(R"({"signal": [{"format": 2}], "captions": [{"at": 2, "text": "HELLO"}]})", 7);
+        SteppedPort ntsc(R"({"signal": [{"format": 2}], "captions": [{"at": 2, "text": "HELLO"}]})", 7);
         ASSERT_EQ(ntsc.board.vbiSetCaptureLines(ntsc.stream, {}), 0u);
         ntsc.start();
         for (int frame = 1; frame <= 10; ++frame) {
@@ -301,7 +250,7 @@ TEST(SimulatedBoardTest, SlicedLines_DecodeToTheScenariosCaptionsAndPages) {
     }
     EXPECT_EQ(decoder.captionText(), "HELLO");
 
-    RunningPort pal(R"({"signal": [{"format": 0}],
+    SteppedPort pal(R"({"signal": [{"format": 0}],
         "teletext": {"pages": [{"magazine": 8, "page": "0x88", "subtitle": true, "rows": {"22": "Subtitle"}}]}})",
                     6);
     ASSERT_EQ(pal.board.vbiSetCaptureLines(pal.stream, {}), 0u);
@@ -328,7 +277,7 @@ TEST(SimulatedBoardTest, SlicedLines_DecodeToTheScenariosCaptionsAndPages) {
 }
 
 TEST(SimulatedBoardTest, HdAncillaryData_CarriesCaptionsTeletextAndRawPackets) {
-    RunningPort port(R"({"signal": [{"format": 3}], "captions": [{"at": 0, "text": "HI"}],
+    SteppedPort port(R"({"signal": [{"format": 3}], "captions": [{"at": 0, "text": "HI"}],
         "teletext": {"pages": [{"magazine": 8, "page": "0x88", "subtitle": true}], "firstAncLine": 14},
         "anc": [{"at": 0, "frames": 100000000, "line": 9, "did": "0x61", "sdid": "0x01", "words": [1, 2, 3]}]})",
                      0);
@@ -358,7 +307,7 @@ TEST(SimulatedBoardTest, HdAncillaryData_CarriesCaptionsTeletextAndRawPackets) {
 // 525 lines arrive field after field with the board's blank lines: 3 before the first field and 4
 // before the second.
 TEST(SimulatedBoardTest, NtscPackedBuffer_HasTheBoardsLineOffsets) {
-    RunningPort port(R"({"signal": [{"format": 2}]})", 7, R"("type": 0, "rx": 2, "tx": 2)");
+    SteppedPort port(R"({"signal": [{"format": 2}]})", 7, R"("type": 0, "rx": 2, "tx": 2)");
     EXPECT_EQ(
         port.board.setStreamProperty(port.stream, device::kStreamBufferPacking, device::kPackingPlanar8Bit),
         device::kDeviceBadArgument);
@@ -376,7 +325,7 @@ TEST(SimulatedBoardTest, NtscPackedBuffer_HasTheBoardsLineOffsets) {
 }
 
 TEST(SimulatedBoardTest, PlanarBoard_GivesPlanesFieldAfterField) {
-    RunningPort port(R"({"signal": [{"format": 5}]})", 2, R"("type": 6, "rx": 4, "tx": 4)");
+    SteppedPort port(R"({"signal": [{"format": 5}]})", 2, R"("type": 6, "rx": 4, "tx": 4)");
     EXPECT_EQ(
         port.board.setStreamProperty(port.stream, device::kStreamBufferPacking, device::kPackingPlanar10Bit),
         0u);
@@ -390,7 +339,7 @@ TEST(SimulatedBoardTest, PlanarBoard_GivesPlanesFieldAfterField) {
 
 // The chroma planes stand as Cr, then Cb, as consumers of a capture run expect them.
 TEST(SimulatedBoardTest, PlanarBoard_GivesCrBeforeCb) {
-    RunningPort port(R"({"signal": [{"format": 3}]})", 0, R"("type": 6, "rx": 4, "tx": 4)");
+    SteppedPort port(R"({"signal": [{"format": 3}]})", 0, R"("type": 6, "rx": 4, "tx": 4)");
     ASSERT_EQ(
         port.board.setStreamProperty(port.stream, device::kStreamBufferPacking, device::kPackingPlanar8Bit),
         0u);
@@ -406,7 +355,7 @@ TEST(SimulatedBoardTest, PlanarBoard_GivesCrBeforeCb) {
 }
 
 TEST(SimulatedBoardTest, InjectedError_IsAnsweredOnItsFrames) {
-    RunningPort port(R"({"signal": [{"format": 3}],
+    SteppedPort port(R"({"signal": [{"format": 3}],
         "errors": [{"operation": "VHD_GetSlotBuffer", "at": 0, "frames": 100000000, "code": 13}]})",
                      0);
     port.start();
