@@ -3,7 +3,6 @@
 // finds in each video record the aspect that the WSS of its own frame signalled.
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <map>
 #include <set>
 #include <string>
@@ -13,7 +12,6 @@
 #include "simulcast/capture_records.h"
 #include "simulcast/simulcast_reader.h"
 #include "system/process/piped_child.h"
-#include "testing/files.h"
 #include "testing/install_root.h"
 #include "testing/shm.h"
 
@@ -63,18 +61,12 @@ class AncillaryDataE2eTest : public testing::TestWithParam<SignalCase> {
 TEST_P(AncillaryDataE2eTest, RecordsCarryWhatTheSignalSent) {
     const SignalCase& c = GetParam();
     ovtx::test_support::v1::InstallRoot install;
-    const std::string scenario = (install.directory() / "board.json").string();
     // At half speed: the daemon under test has time for every picture even on a loaded machine.
-    std::ofstream(scenario) << R"({"speed": 0.5, "board": {"serial": "0x5E3)"
-                            << ovtx::system::process::v1::currentProcessId()
-                            << R"("}, "ports": {"0": {"signal": [{"format": )" << c.format << "}], " << c.port
-                            << "}}}";
-    ovtx::system::process::v1::SpawnOptions options;
-    options.environment = install.environment();
-    options.environment["SDI_TAP_SIMULATED_BOARD"] = scenario;
-    PipedChild daemon =
-        PipedChild::spawn(ovtx::test_support::v1::binaryPath("sdi_tap"),
-                          {"-sdiport", "0", "-videoformat", std::to_string(c.format), "-usetc"}, options);
+    const std::string scenario =
+        install.writeScenario("", R"("speed": 0.5, "ports": {"0": {"signal": [{"format": )" +
+                                      std::to_string(c.format) + "}], " + c.port + "}}");
+    PipedChild daemon = install.start(
+        "sdi_tap", {"-sdiport", "0", "-videoformat", std::to_string(c.format), "-usetc"}, scenario);
     SimulcastReader video, teletext, captions;
     for (auto [reader, prefix] : {std::pair{&video, records::kVideoPrefix},
                                   {&teletext, records::kTeletextPrefix},

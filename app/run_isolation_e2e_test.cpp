@@ -16,7 +16,6 @@
 #include "system/ipc/named_objects.h"
 #include "system/ipc/testing/ipc_helper.h"
 #include "system/process/piped_child.h"
-#include "testing/files.h"
 #include "testing/install_root.h"
 #include "testing/shm.h"
 
@@ -30,8 +29,6 @@ using ovtx::system::ipc::v2::NamedEvent;
 using ovtx::system::ipc::v2::testing::startIpcHelper;
 using ovtx::system::process::v1::ExitStatus;
 using ovtx::system::process::v1::PipedChild;
-using ovtx::system::process::v1::SpawnOptions;
-using ovtx::test_support::v1::binaryPath;
 using ovtx::test_support::v1::eventually;
 using ovtx::test_support::v1::InstallRoot;
 using ovtx::test_support::v1::runObjects;
@@ -49,12 +46,8 @@ class RunIsolationTest : public testing::Test {
     }
 
     PipedChild startDaemon(int videoFormat) {
-        SpawnOptions options;
-        options.environment = m_install.environment();
-        options.captureStandardError = true;
-        return PipedChild::spawn(binaryPath("sdi_tap"),
-                                 {"-sdiport", "0", "-videoformat", std::to_string(videoFormat), "-pattern"},
-                                 options);
+        return m_install.start("sdi_tap",
+                               {"-sdiport", "0", "-videoformat", std::to_string(videoFormat), "-pattern"});
     }
 
     // Starts a daemon and waits until it publishes frames.

@@ -32,16 +32,9 @@ using namespace std::chrono_literals;
 
 constexpr auto kTimeout = 60s;
 
-PipedChild startDaemon(const InstallRoot& install, const std::vector<std::string>& arguments) {
-    SpawnOptions options;
-    options.environment = install.environment();
-    options.captureStandardError = true;
-    return PipedChild::spawn(binaryPath("sdi_tap"), arguments, options);
-}
-
 TEST(SdiTapBinaryTest, BadCommandLine_PrintsMessageAndUsage) {
     InstallRoot install;
-    PipedChild daemon = startDaemon(install, {"-sdiport", "1", "-videoformat", "3"});
+    PipedChild daemon = install.start("sdi_tap", {"-sdiport", "1", "-videoformat", "3"});
     EXPECT_EQ(daemon.wait(kTimeout), ExitStatus::exitedWith(1));
     const std::string errors = daemon.standardError();
     EXPECT_EQ(
@@ -63,7 +56,7 @@ TEST(SdiTapBinaryTest, UnreadableRoot_FailsWithoutLogFile) {
         if (value) {
             install.setPathname(*value);
         }
-        PipedChild daemon = startDaemon(install, {"-sdiport", "0", "-videoformat", "3"});
+        PipedChild daemon = install.start("sdi_tap", {"-sdiport", "0", "-videoformat", "3"});
         EXPECT_EQ(daemon.wait(kTimeout), ExitStatus::exitedWith(1)) << value.value_or("no value");
         EXPECT_EQ(daemon.standardError(), "Error: Could not find firmware root path\n");
         EXPECT_FALSE(std::filesystem::exists(install.root() / "Logs"));
@@ -75,7 +68,7 @@ TEST(SdiTapBinaryTest, UnreadableRoot_FailsWithoutLogFile) {
 // Without a board the daemon switches to its pattern source by itself; -print adds the API line.
 TEST(SdiTapBinaryTest, NoBoard_SwitchesToPatternAndStopsOnTerminate) {
     InstallRoot install;
-    PipedChild daemon = startDaemon(install, {"-sdiport", "0", "-videoformat", "3", "-print"});
+    PipedChild daemon = install.start("sdi_tap", {"-sdiport", "0", "-videoformat", "3", "-print"});
     ASSERT_TRUE(daemon.waitForStandardError("SDI board not found, switched to pattern mode.", kTimeout))
         << daemon.standardError();
     daemon.kill(PipedChild::Signal::Terminate);
@@ -87,7 +80,7 @@ TEST(SdiTapBinaryTest, NoBoard_SwitchesToPatternAndStopsOnTerminate) {
 
 TEST(SdiTapBinaryTest, PatternSwitch_SaysNothingAboutTheBoardAndStopsOnInterrupt) {
     InstallRoot install;
-    PipedChild daemon = startDaemon(install, {"-SDIPORT", "0", "-videoformat", "3", "-pattern"});
+    PipedChild daemon = install.start("sdi_tap", {"-SDIPORT", "0", "-videoformat", "3", "-pattern"});
     ASSERT_TRUE(daemon.waitForStandardError("API initialisation Failure", kTimeout))
         << daemon.standardError();
     daemon.kill(PipedChild::Signal::Interrupt);
@@ -124,7 +117,7 @@ TEST(SdiTapBinaryTest, CorruptLogFile_IsMovedAsideAndTheRunComesUp) {
     const std::string corrupt = "0x00000030\r\n0;Mon Nov 23 10:00:00.000;x17;2;text\r\n";
     std::ofstream(log, std::ios::binary) << corrupt;
 
-    PipedChild daemon = startDaemon(install, {"-sdiport", "0", "-videoformat", "3", "-pattern"});
+    PipedChild daemon = install.start("sdi_tap", {"-sdiport", "0", "-videoformat", "3", "-pattern"});
     const std::string said =
         "Log file " + log + " could not be read (invalid stoll argument): moved it to " + log + ".corrupt-";
     ASSERT_TRUE(daemon.waitForStandardError("API initialisation Failure", kTimeout))
@@ -161,7 +154,7 @@ TEST(SdiTapBinaryTest, OversizeLogFile_IsBroughtWithinTheBound) {
     const std::size_t oversize = 12 + records.size();
     records.clear();
 
-    PipedChild daemon = startDaemon(install, {"-sdiport", "0", "-videoformat", "3", "-pattern"});
+    PipedChild daemon = install.start("sdi_tap", {"-sdiport", "0", "-videoformat", "3", "-pattern"});
     ASSERT_TRUE(daemon.waitForStandardError("API initialisation Failure", kTimeout))
         << daemon.standardError();
     daemon.kill(PipedChild::Signal::Terminate);

@@ -2,13 +2,11 @@
 // another process holds.
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "log/testing/log_file_reader.h"
 #include "system/process/piped_child.h"
-#include "testing/files.h"
 #include "testing/install_root.h"
 
 namespace {
@@ -17,35 +15,20 @@ using ovtx::log::log_perf::v4::testing::containsText;
 using ovtx::log::log_perf::v4::testing::readLogFile;
 using ovtx::system::process::v1::ExitStatus;
 using ovtx::system::process::v1::PipedChild;
-using ovtx::system::process::v1::SpawnOptions;
-using ovtx::test_support::v1::binaryPath;
 using ovtx::test_support::v1::InstallRoot;
 using namespace std::chrono_literals;
 
 constexpr auto kTimeout = 60s;
 
-// A scenario file in the installation's directory, for a board whose serial no other test uses.
+// A scenario of two inputs and two outputs whose ports carry `ports`.
 std::string writeScenario(const InstallRoot& install, const std::string& ports) {
-    const std::string path = (install.directory() / "board.json").string();
-    std::ofstream(path) << R"({"api": {"version": "6.21.4"}, "board": {"serial": "0x5E0)"
-                        << ovtx::system::process::v1::currentProcessId()
-                        << R"(", "rx": 2, "tx": 2}, "ports": )" << ports << "}";
-    return path;
-}
-
-PipedChild start(const std::string& binary, const InstallRoot& install, const std::string& scenario,
-                 const std::vector<std::string>& arguments) {
-    SpawnOptions options;
-    options.environment = install.environment();
-    options.environment["SDI_TAP_SIMULATED_BOARD"] = scenario;
-    options.captureStandardError = true;
-    return PipedChild::spawn(binaryPath(binary), arguments, options);
+    return install.writeScenario(R"("rx": 2, "tx": 2)", R"("api": {"version": "6.21.4"}, "ports": )" + ports);
 }
 
 TEST(SimulatedBoardDaemonTest, Print_LogsTheScenariosBoardOnTheCapturePath) {
     InstallRoot install;
     const std::string scenario = writeScenario(install, R"({"1": {"signal": [{"format": 3}]}})");
-    PipedChild daemon = start("sdi_tap", install, scenario, {"-sdiport", "1", "-videoformat", "3", "-print"});
+    PipedChild daemon = install.start("sdi_tap", {"-sdiport", "1", "-videoformat", "3", "-print"}, scenario);
     ASSERT_TRUE(daemon.waitForStandardError("   - 2 In / 2 Out", kTimeout)) << daemon.standardError();
     daemon.kill(PipedChild::Signal::Terminate);
     daemon.wait(kTimeout);
@@ -61,7 +44,7 @@ TEST(SimulatedBoardDaemonTest, Print_LogsTheScenariosBoardOnTheCapturePath) {
 TEST(SimulatedBoardDaemonTest, BadScenario_ExitsOneNamingTheKey) {
     InstallRoot install;
     const std::string scenario = writeScenario(install, R"({"0": {"signal": [{"format": 3, "frame": 3}]}})");
-    PipedChild daemon = start("sdi_tap", install, scenario, {"-sdiport", "0", "-videoformat", "3"});
+    PipedChild daemon = install.start("sdi_tap", {"-sdiport", "0", "-videoformat", "3"}, scenario);
     EXPECT_EQ(daemon.wait(kTimeout), ExitStatus::exitedWith(1));
     EXPECT_EQ(daemon.standardError(), "Error: " + scenario + ": \"ports.0.signal[0].frame\": unknown key\n");
 }
@@ -69,12 +52,12 @@ TEST(SimulatedBoardDaemonTest, BadScenario_ExitsOneNamingTheKey) {
 TEST(SimulatedBoardDaemonTest, PortHeldByAnotherProcess_ExitsWith100) {
     InstallRoot install;
     const std::string scenario = writeScenario(install, R"({"1": {"signal": [{"format": 3}]}})");
-    PipedChild holder = start("sdi_board_report", install, scenario, {"--hold", "1"});
+    PipedChild holder = install.start("sdi_board_report", {"--hold", "1"}, scenario);
     std::optional<std::string> line;
     while ((line = holder.readLine(kTimeout)) && *line != "Holding RX1") {
     }
     ASSERT_TRUE(line) << holder.standardError();
-    PipedChild daemon = start("sdi_tap", install, scenario, {"-sdiport", "1", "-videoformat", "3"});
+    PipedChild daemon = install.start("sdi_tap", {"-sdiport", "1", "-videoformat", "3"}, scenario);
     EXPECT_EQ(daemon.wait(kTimeout), ExitStatus::exitedWith(100));
     EXPECT_NE(daemon.standardError().find(
                   "Deltacast exception:Cannot open RX1 stream. (Requested stream is already used)\n"),

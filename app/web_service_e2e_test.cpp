@@ -6,7 +6,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,7 +26,6 @@ using ovtx::network::http_server_request_handler::v0::IAnswerSender;
 using ovtx::system::process::v1::ExitStatus;
 using ovtx::system::process::v1::PipedChild;
 using ovtx::system::process::v1::SpawnOptions;
-using ovtx::test_support::v1::binaryPath;
 using ovtx::test_support::v1::eventually;
 using ovtx::test_support::v1::freeLoopbackPort;
 using ovtx::test_support::v1::freeLoopbackPorts;
@@ -104,16 +102,10 @@ bool answersOn(std::uint16_t port) {
 
 // A pattern run of the daemon that serves its tree on 127.0.0.1:<httpPort>.
 PipedChild startPatternRun(const InstallRoot& install, int sdiPort, std::uint16_t httpPort,
-                           const std::optional<std::string>& scenario = std::nullopt) {
-    SpawnOptions options;
-    options.environment = install.environment();
-    options.environment["SDI_TAP_HTTP_BASE_URL"] = "http://127.0.0.1:" + std::to_string(httpPort);
-    if (scenario) {
-        options.environment["SDI_TAP_SIMULATED_BOARD"] = *scenario;
-    }
-    options.captureStandardError = true;
-    return PipedChild::spawn(binaryPath("sdi_tap"),
-                             {"-sdiport", std::to_string(sdiPort), "-videoformat", "3", "-pattern"}, options);
+                           const std::string& scenario = "") {
+    return install.start("sdi_tap", {"-sdiport", std::to_string(sdiPort), "-videoformat", "3", "-pattern"},
+                         scenario,
+                         {{"SDI_TAP_HTTP_BASE_URL", "http://127.0.0.1:" + std::to_string(httpPort)}});
 }
 
 void stop(PipedChild& daemon) {
@@ -183,12 +175,6 @@ TEST_F(WebServiceDaemonTest, LeavesAndBadPaths_AnswerAsTheRequestLanguageSays) {
     EXPECT_EQ(request(m_port, "GET", "/sdi_tap/1").statusLine.substr(0, 12), "HTTP/1.1 404");
 }
 
-TEST_F(WebServiceDaemonTest, EndOfTheRun_ClosesTheService) {
-    stop(m_daemon);
-    EXPECT_THROW(http_testing::exchange(m_port, "GET /sdi_tap/0 HTTP/1.1\r\nHost: localhost\r\n\r\n"),
-                 std::runtime_error);
-}
-
 // An address the daemon can't bind ends the run before its loop, with exit code 1.
 TEST(WebServiceDaemonStartTest, AddressInUse_EndsTheRunWithExitCodeOne) {
     InstallRoot install;
@@ -227,7 +213,8 @@ TEST(NginxConfigurationTest, ShippedFiles_PassTheCheckOfNginx) {
 class NginxFrontTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        const std::string scenario = writeScenario();
+        // A board of two inputs, so that port 1 is a valid port of a pattern run.
+        const std::string scenario = m_install.writeScenario(R"("rx": 2, "tx": 0)", R"("ports": {})");
         for (int sdiPort : {0, 1}) {
             m_daemons.push_back(startPatternRun(m_install, sdiPort, m_daemonPorts[sdiPort], scenario));
         }
@@ -253,15 +240,6 @@ class NginxFrontTest : public ::testing::Test {
     }
 
     std::filesystem::path dir() const { return m_install.directory(); }
-
-    // A board of two inputs, so that port 1 is a valid port of a pattern run.
-    std::string writeScenario() const {
-        const std::string path = (dir() / "board.json").string();
-        std::ofstream(path) << R"({"board": {"serial": "0x5E1)"
-                            << ovtx::system::process::v1::currentProcessId()
-                            << R"(", "rx": 2, "tx": 0}, "ports": {}})";
-        return path;
-    }
 
     // The routing as shipped, with the test's ports in place of the operator's table.
     void writeNginxConfiguration() const {

@@ -25,7 +25,6 @@ namespace {
 using namespace std::chrono_literals;
 using ovtx::system::process::v1::ExitStatus;
 using ovtx::system::process::v1::PipedChild;
-using ovtx::system::process::v1::SpawnOptions;
 using ovtx::test_support::v1::binaryPath;
 using ovtx::test_support::v1::finishTool;
 using ovtx::test_support::v1::InstallRoot;
@@ -145,10 +144,7 @@ TEST_F(PatternE2eTest, TenBitRun_IsContinuousAndEndsByInterrupt) {
 // tested with the binary's other runs.
 TEST(SdiTapPatternE2eTest, DefaultRun_IsFollowedAndEndsBySdiTapStop) {
     InstallRoot install;
-    SpawnOptions options;
-    options.environment = install.environment();
-    PipedChild daemon =
-        PipedChild::spawn(binaryPath("sdi_tap"), {"-sdiport", "0", "-videoformat", "3"}, options);
+    PipedChild daemon = install.start("sdi_tap", {"-sdiport", "0", "-videoformat", "3"});
     followAndCheck("0", install.directory(), 1920, 1080, 8);
     EXPECT_EQ(runTool("sdi_tap_stop", {"0"}).exitCode, 0);
     EXPECT_EQ(daemon.wait(kTimeout), ExitStatus::exitedWith(0));

@@ -23,7 +23,6 @@ namespace {
 using namespace std::chrono_literals;
 using ovtx::system::process::v1::ExitStatus;
 using ovtx::system::process::v1::PipedChild;
-using ovtx::system::process::v1::SpawnOptions;
 using ovtx::test_support::v1::binaryPath;
 using ovtx::test_support::v1::finishTool;
 using ovtx::test_support::v1::InstallRoot;
@@ -132,11 +131,7 @@ class FollowDaemonE2eTest : public testing::Test {
   protected:
     static void SetUpTestSuite() {
         s_install = new InstallRoot();
-        SpawnOptions options;
-        options.environment = s_install->environment();
-        options.captureStandardError = true;  // its frame counter
-        s_daemon = new PipedChild(
-            PipedChild::spawn(binaryPath("sdi_tap"), {"-sdiport", "0", "-videoformat", "0"}, options));
+        s_daemon = new PipedChild(s_install->start("sdi_tap", {"-sdiport", "0", "-videoformat", "0"}));
     }
 
     static void TearDownTestSuite() {
