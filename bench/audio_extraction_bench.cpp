@@ -7,36 +7,14 @@
 //   audio_extraction_bench --benchmark_filter=StepAlone  the step without the board's synthesis
 #include <benchmark/benchmark.h>
 
-#include <atomic>
-#include <cstdlib>
 #include <memory>
-#include <new>
 #include <string>
 
 #include "app/audio_extraction.h"
+#include "bench/counting_allocator.h"
 #include "encoding/sdi/sdi_common.h"
 #include "log/testing/capturing_logger.h"
-#include "system/process/piped_child.h"
-#include "system/sdi/simulated_board/simulated_board.h"
-
-namespace {
-std::atomic<std::size_t> g_allocations{0};
-}  // namespace
-
-// Out of line, so that the optimiser doesn't pair an inlined free with a `new` expression.
-__attribute__((noinline)) void* operator new(std::size_t size) {
-    g_allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* memory = std::malloc(size == 0 ? 1 : size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-__attribute__((noinline)) void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
+#include "system/sdi/simulated_board/testing/stepped_port.h"
 
 namespace {
 
@@ -44,6 +22,7 @@ using namespace ovtx::app::sdi_tap::v1;
 namespace device = ovtx::system::sdi::deltacast_io::v1;
 namespace board = ovtx::system::sdi::simulated_board::v1;
 namespace sdi = ovtx::encoding::sdi::sdi_common::v2;
+using ovtx::bench::allocationCount;
 using ovtx::log::log_perf::v4::testing::CapturingLogger;
 using ovtx::simulcast::capture_records::v1::AudioRecord;
 
@@ -81,13 +60,13 @@ void timeExtraction(benchmark::State& state, device::DeviceApi& api, const sdi::
     AudioExtraction audio(api, format.boardStandard, format.clockDivisor, {}, report);
     auto record = std::make_unique<AudioRecord>();
     std::int64_t frame = 0;
-    const std::size_t before = g_allocations.load();
+    const std::size_t before = allocationCount();
     for (auto _ : state) {
         const std::int64_t start = frame++ * 400000;
         benchmark::DoNotOptimize(audio.extract(slot, *record, false, start, start + 400000));
         benchmark::ClobberMemory();
     }
-    const std::size_t allocations = g_allocations.load() - before;
+    const std::size_t allocations = allocationCount() - before;
     state.counters["allocs/slot"] =
         benchmark::Counter(static_cast<double>(allocations) / static_cast<double>(state.iterations()));
     state.SetBytesProcessed(state.iterations() * 8 * record->pairs[0].sampleCount * 4);
@@ -98,11 +77,10 @@ void timeExtraction(benchmark::State& state, device::DeviceApi& api, const sdi::
 
 void BM_AudioExtraction_SimulatedBoard(benchmark::State& state) {
     const sdi::SdiFormatInfo format(static_cast<std::int32_t>(state.range(0)));
-    const std::string serial = "0x5EC" + std::to_string(ovtx::system::process::v1::currentProcessId());
-    board::SimulatedBoard simulated(board::parseScenario(R"({"speed": 1000, "board": {"serial": ")" + serial +
-                                                             R"("}, "ports": {"0": {"signal": [{"format": )" +
-                                                             std::to_string(state.range(0)) + "}]}}}",
-                                                         "bench"));
+    board::SimulatedBoard simulated(
+        ovtx::system::sdi::simulated_board::v1::testing::scenarioOfPort0(
+            R"({"signal": [{"format": )" + std::to_string(state.range(0)) + "}]}", ""),
+        std::make_unique<ovtx::system::sdi::simulated_board::v1::testing::SteppedClock>());
     const device::DeviceHandle stream = device::openStream(simulated, device::openBoard(simulated, 0), 0);
     simulated.setStreamProperty(stream, device::kStreamVideoStandard, format.boardStandard);
     simulated.startStream(stream);

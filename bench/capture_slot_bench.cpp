@@ -12,43 +12,21 @@
 //   capture_slot_bench --benchmark_filter=ReplayBoard    the engine alone
 #include <benchmark/benchmark.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
 #include "app/sdi_tap.h"
+#include "bench/counting_allocator.h"
 #include "encoding/sdi/sdi_common.h"
 #include "log/testing/capturing_logger.h"
 #include "simulcast/capture_records.h"
 #include "system/process/piped_child.h"
-#include "system/sdi/simulated_board/simulated_board.h"
-
-namespace {
-std::atomic<std::size_t> g_allocations{0};
-}  // namespace
-
-// Kept out of line: inlined into its callers, GCC would pair the malloc and free itself and warn
-// of a mismatch that isn't there.
-__attribute__((noinline)) void* operator new(std::size_t size) {
-    g_allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* memory = std::malloc(size == 0 ? 1 : size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-__attribute__((noinline)) void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
+#include "system/sdi/simulated_board/testing/stepped_port.h"
 
 namespace {
 
@@ -57,7 +35,10 @@ namespace device = ovtx::system::sdi::deltacast_io::v1;
 namespace board = ovtx::system::sdi::simulated_board::v1;
 namespace sdi = ovtx::encoding::sdi::sdi_common::v2;
 namespace records = ovtx::simulcast::capture_records::v1;
+using ovtx::bench::allocationCount;
 using ovtx::log::log_perf::v4::testing::CapturingLogger;
+using ovtx::system::sdi::simulated_board::v1::testing::scenarioOfPort0;
+using ovtx::system::sdi::simulated_board::v1::testing::SteppedClock;
 
 constexpr std::int32_t kFormat = sdi::VS_4_3G_1920_1080p_60;
 constexpr std::size_t kFrameBytes = 3840 * 2160 * 3;  // planar 4:2:0, 16-bit samples
@@ -65,16 +46,6 @@ constexpr std::uint32_t kSamplesPerFrame = 800;       // 48 kHz at 60 frames a s
 
 // Mean nanoseconds of one iteration, by case, for the ratios printed at the end.
 std::map<std::string, double> g_meanNs;
-
-// Board time that moves only when the board waits: slots come as fast as they are asked for.
-class StepClock final : public board::BoardClock {
-  public:
-    std::int64_t nowNs() override { return m_now; }
-    void sleepFor(std::int64_t nanoseconds) override { m_now += nanoseconds; }
-
-  private:
-    std::int64_t m_now = 0;
-};
 
 // A planar 3G board with a 4K60 signal on port 0 whose every lock gives the same prepared slot:
 // picture, eight 48 kHz pairs (sizes only) and a slot time one frame later each time.
@@ -181,14 +152,14 @@ void timeSlots(benchmark::State& state, device::DeviceApi& api, const char* tag)
         engine.runPass();
     }
     const std::int64_t firstFrame = engine.slotFrameNumber();
-    const std::size_t before = g_allocations.load();
+    const std::size_t before = allocationCount();
     const auto start = std::chrono::steady_clock::now();
     for (auto _ : state) {
         engine.runPass();
     }
     const double ns =
         std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start).count();
-    const std::size_t allocations = g_allocations.load() - before;
+    const std::size_t allocations = allocationCount() - before;
     const auto slots = static_cast<double>(engine.slotFrameNumber() - firstFrame);
     g_meanNs[tag] = ns / static_cast<double>(state.iterations());
     state.counters["allocs/slot"] = benchmark::Counter(static_cast<double>(allocations) / slots);
@@ -208,14 +179,14 @@ void BM_Slot_ReplayBoard(benchmark::State& state) {
 }
 BENCHMARK(BM_Slot_ReplayBoard)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// A planar 3G board of four inputs carrying the format on port 0, its time moved by its own waits.
+board::Scenario fourKScenario() {
+    return scenarioOfPort0(R"({"signal": [{"format": )" + std::to_string(kFormat) + "}]}",
+                           R"("type": 6, "rx": 4, "tx": 4)");
+}
+
 void BM_Slot_SimulatedBoard(benchmark::State& state) {
-    const std::string serial = "0x5ED" + std::to_string(ovtx::system::process::v1::currentProcessId());
-    board::SimulatedBoard simulated(
-        board::parseScenario(R"({"board": {"serial": ")" + serial +
-                                 R"(", "rx": 4, "tx": 4}, "ports": {"0": )" + R"({"signal": [{"format": )" +
-                                 std::to_string(kFormat) + "}]}}}",
-                             "bench"),
-        std::make_unique<StepClock>());
+    board::SimulatedBoard simulated(fourKScenario(), std::make_unique<SteppedClock>());
     timeSlots(state, simulated, "simulated");
 }
 BENCHMARK(BM_Slot_SimulatedBoard)->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -223,13 +194,7 @@ BENCHMARK(BM_Slot_SimulatedBoard)->Unit(benchmark::kMillisecond)->UseRealTime();
 // The simulated board's own part of a slot, without the engine: lock, picture, audio, unlock. Its
 // allocations are the ones the slot on the simulated board counts.
 void BM_SimulatedBoardAlone(benchmark::State& state) {
-    const std::string serial = "0x5EE" + std::to_string(ovtx::system::process::v1::currentProcessId());
-    board::SimulatedBoard simulated(
-        board::parseScenario(R"({"board": {"serial": ")" + serial +
-                                 R"(", "rx": 4, "tx": 4}, "ports": {"0": )" + R"({"signal": [{"format": )" +
-                                 std::to_string(kFormat) + "}]}}}",
-                             "bench"),
-        std::make_unique<StepClock>());
+    board::SimulatedBoard simulated(fourKScenario(), std::make_unique<SteppedClock>());
     const device::DeviceHandle stream = device::openStream(simulated, device::openBoard(simulated, 0), 0);
     simulated.setStreamProperty(stream, device::kStreamVideoStandard,
                                 sdi::SdiFormatInfo(kFormat).boardStandard);
@@ -243,7 +208,7 @@ void BM_SimulatedBoardAlone(benchmark::State& state) {
         entry.format = device::kAudioFormat16Bit;
         entry.data = samples.data() + pair * kSamplesPerFrame * 4;
     }
-    const std::size_t before = g_allocations.load();
+    const std::size_t before = allocationCount();
     for (auto _ : state) {
         device::DeviceHandle slot = device::kNoHandle;
         while (simulated.lockSlotHandle(stream, slot) != device::kDeviceOk) {
@@ -257,7 +222,7 @@ void BM_SimulatedBoardAlone(benchmark::State& state) {
         simulated.slotExtractAudio(slot, audio);
         simulated.unlockSlotHandle(slot);
     }
-    state.counters["allocs/slot"] = benchmark::Counter(static_cast<double>(g_allocations.load() - before) /
+    state.counters["allocs/slot"] = benchmark::Counter(static_cast<double>(allocationCount() - before) /
                                                        static_cast<double>(state.iterations()));
 }
 BENCHMARK(BM_SimulatedBoardAlone)->Unit(benchmark::kMillisecond)->UseRealTime();
