@@ -232,7 +232,7 @@ void SdiTap::startRun() {
     m_report(false, "Start processing ...");
     m_discontinuity = false;
     m_discontinuityPending = false;
-    m_aspect = Aspect{4, 3};
+    m_aspect = kAspect4x3;
 }
 
 bool SdiTap::runPass() {
@@ -283,7 +283,7 @@ void SdiTap::publishMarker() {
     const std::int64_t end = records::frameEndTime(m_slotFrameNumber, m_info);
     auto& writer = m_objects.writer(RunChannel::Video);
     if (auto* chunk = static_cast<std::uint8_t*>(writer.beginChunk())) {
-        fillVideoHeader(chunk, Aspect{4, 3}, start, end);
+        fillVideoHeader(chunk, kAspect4x3, start, end);
         writer.commitChunk();
     }
     m_report(false, "Warning : Incoherent Input Video Standard");
@@ -314,7 +314,7 @@ void SdiTap::handleSlot() {
         const std::int64_t start = records::frameStartTime(m_slotFrameNumber, m_info);
         const std::int64_t end = records::frameEndTime(m_slotFrameNumber, m_info);
         extractAudio(slot, start, end);
-        m_aspect = isStandardDefinition(m_info.boardStandard) ? readWss(slot) : Aspect{16, 9};
+        m_aspect = isStandardDefinition(m_info.boardStandard) ? readWss(slot) : kAspect16x9;
         extractVideo(slot, m_aspect, start, end);
         extractTeletext(slot, start, end);
         extractCaptions(slot, start, end);
@@ -375,7 +375,7 @@ void SdiTap::extractAudio(DeviceHandle slot, std::int64_t start, std::int64_t en
     writer.commitChunk();
 }
 
-void SdiTap::extractVideo(DeviceHandle slot, Aspect aspect, std::int64_t start, std::int64_t end) {
+void SdiTap::extractVideo(DeviceHandle slot, AspectRatio aspect, std::int64_t start, std::int64_t end) {
     std::uint8_t* buffer = nullptr;
     std::uint32_t size = 0;
     if (const std::uint32_t result = m_api.getSlotBuffer(slot, device::kVideoBuffer, buffer, size);
@@ -393,7 +393,7 @@ void SdiTap::extractVideo(DeviceHandle slot, Aspect aspect, std::int64_t start, 
     writer.commitChunk();
 }
 
-void SdiTap::fillVideoHeader(std::uint8_t* chunk, Aspect aspect, std::int64_t start, std::int64_t end) {
+void SdiTap::fillVideoHeader(std::uint8_t* chunk, AspectRatio aspect, std::int64_t start, std::int64_t end) {
     auto* header = reinterpret_cast<records::VideoRecordHeader*>(chunk);
     header->magic = records::kVideoMagic;
     header->standardMismatch = m_standardMismatch ? 1 : 0;

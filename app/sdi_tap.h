@@ -40,12 +40,6 @@
 
 namespace ovtx::app::sdi_tap::v1 {
 
-// An aspect ratio of a video record: 4:3 or 16:9.
-struct Aspect {
-    std::uint8_t numerator = 4;
-    std::uint8_t denominator = 3;
-};
-
 class SdiTap final : public CaptureState {
   public:
     struct Environment {
@@ -103,8 +97,8 @@ class SdiTap final : public CaptureState {
     void readSlotTime(DeviceHandle slot, std::int64_t& elapsed);
     void numberFrame(DeviceHandle slot, std::int64_t elapsed);
     void extractAudio(DeviceHandle slot, std::int64_t start, std::int64_t end);
-    void extractVideo(DeviceHandle slot, Aspect aspect, std::int64_t start, std::int64_t end);
-    void fillVideoHeader(std::uint8_t* chunk, Aspect aspect, std::int64_t start, std::int64_t end);
+    void extractVideo(DeviceHandle slot, AspectRatio aspect, std::int64_t start, std::int64_t end);
+    void fillVideoHeader(std::uint8_t* chunk, AspectRatio aspect, std::int64_t start, std::int64_t end);
     void pause(std::chrono::milliseconds duration);
 
     // The ancillary data of a slot (captions, teletext, WSS), each a step of its own.
@@ -113,7 +107,7 @@ class SdiTap final : public CaptureState {
     // Publishes the slot's caption record.
     void extractCaptions(DeviceHandle slot, std::int64_t start, std::int64_t end);
     // The aspect ratio that the WSS line of an SD slot signals.
-    Aspect readWss(DeviceHandle slot);
+    AspectRatio readWss(DeviceHandle slot);
 
     EngineReport m_report;
     log::i_logger::v0::ILogger& m_logger;
@@ -147,7 +141,7 @@ class SdiTap final : public CaptureState {
     std::uint32_t m_slotCounter = 0;
     std::uint32_t m_slotsDropped = 0;
     bool m_timecodeSeen = false;
-    Aspect m_aspect;
+    AspectRatio m_aspect;
 
     // The ancillary steps. The teletext step keeps the stream's descriptor list for the engine's
     // life; the aspect that WSS last signalled stays apart from the one of each frame, since a

@@ -27,9 +27,8 @@ void SdiTap::extractCaptions(DeviceHandle slot, std::int64_t start, std::int64_t
     writer.commitChunk();
 }
 
-Aspect SdiTap::readWss(DeviceHandle slot) {
-    const AspectRatio aspect = readWssAspect(m_api, m_report, slot, m_vbiLines, m_wssLineIndex, m_wssAspect);
-    return {static_cast<std::uint8_t>(aspect.numerator), static_cast<std::uint8_t>(aspect.denominator)};
+AspectRatio SdiTap::readWss(DeviceHandle slot) {
+    return readWssAspect(m_api, m_report, slot, m_vbiLines, m_wssLineIndex, m_wssAspect);
 }
 
 }  // namespace ovtx::app::sdi_tap::v1

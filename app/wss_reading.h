@@ -18,9 +18,10 @@
 
 namespace ovtx::app::sdi_tap::v1 {
 
+// The aspect ratio of a picture as a video record carries it: 4:3 or 16:9.
 struct AspectRatio {
-    std::uint32_t numerator = 4;
-    std::uint32_t denominator = 3;
+    std::uint8_t numerator = 4;
+    std::uint8_t denominator = 3;
     bool operator==(const AspectRatio&) const = default;
 };
 inline constexpr AspectRatio kAspect4x3{4, 3};
