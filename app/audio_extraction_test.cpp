@@ -11,18 +11,17 @@
 
 #include "encoding/sdi/sdi_common.h"
 #include "log/testing/capturing_logger.h"
-#include "system/process/piped_child.h"
-#include "system/sdi/simulated_board/simulated_board.h"
+#include "system/sdi/simulated_board/testing/stepped_port.h"
 
 namespace {
 
 using namespace std::string_literals;
 using namespace ovtx::app::sdi_tap::v1;
 namespace device = ovtx::system::sdi::deltacast_io::v1;
-namespace board = ovtx::system::sdi::simulated_board::v1;
 using ovtx::log::log_perf::v4::testing::CapturingLogger;
 using ovtx::simulcast::capture_records::v1::AudioPairBlock;
 using ovtx::simulcast::capture_records::v1::AudioRecord;
+using ovtx::system::sdi::simulated_board::v1::testing::SteppedPort;
 
 constexpr std::int64_t kSecond = 10000000;
 // 1080p25: 7680, 7056 and 5120 bytes a frame at 48, 44.1 and 32 kHz; limit 9216.
@@ -35,18 +34,14 @@ class AudioExtractionTest : public ::testing::Test {
     // A signal of board standard `standard` (clock divisor 0), 1080p25 unless told.
     void start(const std::string& audioPairs, const std::array<std::uint32_t, 8>& requested = {},
                const std::string& errors = "[]", std::uint32_t standard = kFormat.boardStandard) {
-        m_board.reset();
-        const std::string serial = "0x5EA" + std::to_string(ovtx::system::process::v1::currentProcessId());
-        m_board = std::make_unique<board::SimulatedBoard>(board::parseScenario(
-            R"({"speed": 20, "board": {"serial": ")" + serial +
-                R"("}, "ports": {"0": {"signal": [{"standard": )" + std::to_string(standard) +
-                R"(}], "audio": {"pairs": )" + audioPairs + R"(}, "errors": )" + errors + "}}}",
-            "test"));
-        const device::DeviceHandle stream = device::openStream(*m_board, device::openBoard(*m_board, 0), 0);
-        ASSERT_EQ(m_board->setStreamProperty(stream, device::kStreamVideoStandard, standard), 0u);
-        ASSERT_EQ(m_board->startStream(stream), 0u);
-        ASSERT_EQ(m_board->lockSlotHandle(stream, m_slot), 0u);
-        m_audio = std::make_unique<AudioExtraction>(*m_board, standard, 0, requested, m_report);
+        m_port.reset();
+        m_port = std::make_unique<SteppedPort>(R"({"signal": [{"standard": )" + std::to_string(standard) +
+                                                   R"(}], "audio": {"pairs": )" + audioPairs +
+                                                   R"(}, "errors": )" + errors + "}",
+                                               standard);
+        m_port->start();
+        m_slot = m_port->lock();
+        m_audio = std::make_unique<AudioExtraction>(m_port->board, standard, 0, requested, m_report);
     }
     bool extract(std::int64_t start = 100 * kSecond) {
         return m_audio->extract(m_slot, *m_record, true, start, start + kSecond / 25);
@@ -54,7 +49,7 @@ class AudioExtractionTest : public ::testing::Test {
 
     CapturingLogger m_logger;
     EngineReport m_report{m_logger, true};
-    std::unique_ptr<board::SimulatedBoard> m_board;
+    std::unique_ptr<SteppedPort> m_port;
     device::DeviceHandle m_slot = device::kNoHandle;
     std::unique_ptr<AudioExtraction> m_audio;
     std::unique_ptr<AudioRecord> m_record = std::make_unique<AudioRecord>();

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "app/simulated_slots_test_helper.h"
-#include "encoding/subtitle_text/subtitle_decoder.h"
 #include "log/testing/capturing_logger.h"
 
 namespace {
@@ -16,23 +15,16 @@ using namespace ovtx::app::sdi_tap::v1;
 using ovtx::app::sdi_tap::v1::testing::SimulatedSlots;
 using ovtx::simulcast::capture_records::v1::CaptionRecord;
 
-// The records of `frames` slots of port 0, what CC1 shows after them, and what -print told.
+// The records of `frames` slots of port 0 and what -print told. That the entries read back as
+// the captions sent is checked end to end, through the daemon's records.
 struct CaptionRun {
     CaptionRun(const std::string& port, std::int32_t format, int frames) {
         SimulatedSlots slots(port, format);
         EngineReport report(logger, true);
         CaptionExtraction captions(slots.api(), report);
-        ovtx::encoding::subtitle_text::v1::SubtitleDecoder decoder;
         for (int frame = 0; frame < frames; ++frame) {
-            CaptionRecord& record = records.emplace_back();
-            captions.extract(slots.next(), slots.boardStandard(), record, frame, frame + 1);
-            for (std::size_t i = 0; i < record.count; ++i) {
-                if (record.entries[i].ccValid == 1 && record.entries[i].ccType == 0) {
-                    decoder.feedCaptionPair(record.entries[i].ccData1, record.entries[i].ccData2);
-                }
-            }
+            captions.extract(slots.next(), slots.boardStandard(), records.emplace_back(), frame, frame + 1);
         }
-        cc1 = decoder.captionText();
     }
     std::array<std::uint32_t, 5> entry(std::size_t frame, std::size_t i) const {
         const auto& e = records.at(frame).entries[i];
@@ -41,12 +33,10 @@ struct CaptionRun {
 
     ovtx::log::log_perf::v4::testing::CapturingLogger logger;
     std::vector<CaptionRecord> records;
-    std::string cc1;
 };
 
-TEST(CaptionExtractionTest, NtscLine21_ReadsBackAsTheSentCaption_PalHasNoEntries) {
-    CaptionRun ntsc(R"({"signal": [{"format": 2}], "captions": [{"at": 2, "text": "ON LINE 21"}]})", 2, 12);
-    EXPECT_EQ(ntsc.cc1, "ON LINE 21");
+TEST(CaptionExtractionTest, NtscLine21_TwoEntriesNullBeforeTheCaption_PalHasNoEntries) {
+    CaptionRun ntsc(R"({"signal": [{"format": 2}], "captions": [{"at": 2, "text": "ON LINE 21"}]})", 2, 1);
     EXPECT_EQ(ntsc.records[0].count, 2);  // no caption yet: the null pair in both fields
     EXPECT_EQ(ntsc.entry(0, 0), (std::array<std::uint32_t, 5>{31, 1, 0, 128, 128}));
     EXPECT_EQ(ntsc.entry(0, 1), (std::array<std::uint32_t, 5>{31, 1, 1, 128, 128}));
