@@ -2,12 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <numeric>
 
-#include "encoding/subtitle_text/subtitle_decoder.h"
 #include "system/process/piped_child.h"
 #include "system/sdi/simulated_board/device_choice.h"
 #include "system/sdi/simulated_board/testing/stepped_port.h"
@@ -18,7 +16,6 @@ namespace {
 using namespace ovtx::system::sdi::simulated_board::v1;
 namespace device = ovtx::system::sdi::deltacast_io::v1;
 using device::DeviceHandle;
-using ovtx::encoding::subtitle_text::v1::SubtitleDecoder;
 using ovtx::system::process::v1::PipedChild;
 using ovtx::system::process::v1::SpawnOptions;
 using ovtx::system::sdi::simulated_board::v1::testing::SteppedPort;
@@ -117,29 +114,6 @@ TEST(SimulatedBoardTest, CablePulledAndPutBack_SlotsStopAndResume) {
     EXPECT_EQ(port.property(device::kStreamSlotsDropped), 0u);
 }
 
-// Drop-frame timecode skips frame numbers 0 and 1 at each minute but every tenth.
-TEST(SimulatedBoardTest, DropFrameTimecode_SkipsTheDroppedNumbers) {
-    SteppedPort port(R"({"signal": [{"format": 4}],
-        "timecode": {"start": "00:00:59:27", "dropFrame": true, "missing": [{"at": 5}]}})",
-                     1);
-    port.start();
-    std::vector<std::string> timecodes;
-    for (int i = 0; i < 5; ++i) {  // frames 1 to 5
-        const DeviceHandle slot = port.lock();
-        device::TimecodeRecord record;
-        record.source = 3;
-        record.line = 16;
-        const std::uint32_t code = port.board.slotExtractTimecode(slot, record);
-        char text[16];
-        std::snprintf(text, sizeof text, "%02d:%02d:%02d:%02d", record.hours, record.minutes, record.seconds,
-                      record.frames);
-        timecodes.push_back(code == 0 ? text : "code " + std::to_string(code));
-        port.board.unlockSlotHandle(slot);
-    }
-    EXPECT_EQ(timecodes, (std::vector<std::string>{"00:00:59:28", "00:00:59:29", "00:01:00:02", "00:01:00:03",
-                                                   "code 5"}));
-}
-
 TEST(SimulatedBoardTest, BoardProperties_TellThePortsSignal) {
     SteppedPort port(R"({"signal": [{"format": "NTSC_720_480i_59_94"}]})", 7);
     std::uint32_t value = 0;
@@ -166,114 +140,6 @@ TEST(SimulatedBoardTest, AudioAt2997_FollowsTheFiveFrameCadence) {
     SimulatedBoard board(parseScenario("{}", "test"));
     EXPECT_EQ(board.getNbSamples(1, 1, device::kAudioRate48kHz) * board.getBlockSize(1, 2), 1602u * 4);
     EXPECT_EQ(board.getNbSamples(0, 0, device::kAudioRate44_1kHz), 1764u);
-}
-
-TEST(SimulatedBoardTest, AudioDescription_IsFilledPairByPair) {
-    SteppedPort port(R"({"signal": [{"format": 3}], "audio": {"pairs": [
-        {"pair": 1, "rate": 44100, "statusValid": false}, {"pair": 2, "present": false},
-        {"pair": 3, "sizeErrors": [{"at": 0, "frames": 100000000, "bytes": 9000}]}]}})",
-                     0);
-    port.start();
-    const DeviceHandle slot = port.lock();
-    device::AudioInfo audio;
-    std::vector<std::vector<std::uint8_t>> buffers;
-    for (auto& group : audio.groups) {
-        for (std::size_t channel : {0u, 2u}) {
-            buffers.emplace_back(9216);
-            group.channels[channel] = {device::kAudioModeStereo, device::kAudioFormat16Bit};
-            group.channels[channel].dataSize = 9216;
-            group.channels[channel].data = buffers.back().data();
-        }
-    }
-    ASSERT_EQ(port.board.slotExtractAudio(slot, audio), 0u);
-    const auto& pair0 = audio.groups[0].channels[0];
-    EXPECT_EQ(pair0.dataSize, 1920u * 4);
-    EXPECT_EQ(pair0.statusValid, 1u);
-    EXPECT_EQ(pair0.statusBytes[0] & 0xC0, 0x80);
-    EXPECT_NE(std::count(buffers[0].begin(), buffers[0].begin() + 7680, 0), 7680);
-    EXPECT_EQ(audio.groups[0].channels[2].dataSize, 1764u * 4);
-    EXPECT_EQ(audio.groups[0].channels[2].statusValid, 0u);
-    EXPECT_EQ(audio.groups[1].channels[0].dataSize, 0u);
-    EXPECT_EQ(audio.groups[1].channels[2].dataSize, 1920u * 4 + 9000);  // more than the buffer held
-}
-
-// The SD lines through the board: WSS slices to the whole-line pattern of 16:9, a teletext line
-// to its run-in and framing code.
-TEST(SimulatedBoardTest, PalBlankingLines_SliceThroughTheBoard) {
-    SteppedPort port(R"({"signal": [{"format": 0}], "wss": [{"at": 0, "aspect": "16:9"}],
-        "teletext": {"pages": [{"magazine": 8, "page": "0x88", "subtitle": true, "rows": {"22": "Hello"}}]}})",
-                     6);
-    EXPECT_EQ(port.board.vbiSetCaptureLines(port.stream, {}), 0u);
-    port.start();
-    const DeviceHandle slot = port.lock();
-    const std::uint8_t* line = nullptr;
-    std::uint32_t size = 0;
-    ASSERT_EQ(port.board.slotVbiGetLine(slot, 23, 1, line, size), 0u);
-    std::uint8_t wss[10];
-    std::uint32_t bits = 80;
-    ASSERT_EQ(port.board.vbiDigitalize(line, size, false, device::kWssBitRate, wss, bits), 0u);
-    EXPECT_EQ(std::vector<std::uint8_t>(wss, wss + 10),
-              (std::vector<std::uint8_t>{0xf8, 0xe3, 0x8e, 0x38, 0xf1, 0xe0, 0xff, 0x1c, 0x70, 0x38}));
-    ASSERT_EQ(port.board.slotVbiGetLine(slot, 7, 1, line, size), 0u);
-    std::uint8_t teletext[45];
-    bits = 360;
-    ASSERT_EQ(port.board.vbiDigitalize(line, size, false, device::kTeletextBitRate, teletext, bits), 0u);
-    EXPECT_EQ(std::vector<std::uint8_t>(teletext, teletext + 3),
-              (std::vector<std::uint8_t>{0xAA, 0xAA, 0xE4}));
-}
-
-// What the board draws on its lines, sliced as the capture path slices them, reads back through
-// libzvbi's own caption decoder and teletext page cache.
-TEST(SimulatedBoardTest, SlicedLines_DecodeToTheScenariosCaptionsAndPages) {
-    SubtitleDecoder decoder;
-    {
-        SteppedPort ntsc(R"({"signal": [{"format": 2}], "captions": [{"at": 2, "text": "HELLO"}]})", 7);
-        ASSERT_EQ(ntsc.board.vbiSetCaptureLines(ntsc.stream, {}), 0u);
-        ntsc.start();
-        for (int frame = 1; frame <= 10; ++frame) {
-            const DeviceHandle slot = ntsc.lock();
-            const std::uint8_t* line = nullptr;
-            std::uint32_t size = 0;
-            ASSERT_EQ(ntsc.board.slotVbiGetLine(slot, 21, 0, line, size), 0u);
-            std::uint8_t b[4];
-            std::uint32_t bits = 32;
-            ASSERT_EQ(ntsc.board.vbiDigitalize(line, size, false, device::kCaptionBitRate, b, bits), 0u);
-            // Each payload byte is sent low bit first, from bit 5 of the second byte on.
-            const std::uint32_t word = std::uint32_t(b[0]) << 24 | b[1] << 16 | b[2] << 8 | b[3];
-            std::uint8_t pair[2] = {};
-            for (int bit = 0; bit < 16; ++bit) {
-                pair[bit / 8] |= static_cast<std::uint8_t>(((word >> (21 - bit)) & 1) << (bit % 8));
-            }
-            decoder.feedCaptionPair(pair[0], pair[1]);
-            ntsc.board.unlockSlotHandle(slot);
-        }
-    }
-    EXPECT_EQ(decoder.captionText(), "HELLO");
-
-    SteppedPort pal(R"({"signal": [{"format": 0}],
-        "teletext": {"pages": [{"magazine": 8, "page": "0x88", "subtitle": true, "rows": {"22": "Subtitle"}}]}})",
-                    6);
-    ASSERT_EQ(pal.board.vbiSetCaptureLines(pal.stream, {}), 0u);
-    pal.start();
-    {
-        const DeviceHandle slot = pal.lock();
-        std::vector<std::uint8_t> data{0x10};
-        for (const std::int32_t number : {7, 8, 9}) {  // the page's header, its row, the closing header
-            const std::uint8_t* line = nullptr;
-            std::uint32_t size = 0;
-            ASSERT_EQ(pal.board.slotVbiGetLine(slot, number, 1, line, size), 0u);
-            std::uint8_t b[45];
-            std::uint32_t bits = 360;
-            ASSERT_EQ(pal.board.vbiDigitalize(line, size, false, device::kTeletextBitRate, b, bits), 0u);
-            data.insert(data.end(), {0x03, 0x2C, static_cast<std::uint8_t>(0xE0 | number), 0xE4});
-            data.insert(data.end(), b + 3, b + 45);
-        }
-        decoder.feedTeletextData(data);
-        pal.board.unlockSlotHandle(slot);
-    }
-    const std::optional<std::string> page = decoder.teletextText(0x888);
-    ASSERT_TRUE(page);
-    EXPECT_NE(page->find("Subtitle"), std::string::npos) << *page;
 }
 
 TEST(SimulatedBoardTest, HdAncillaryData_CarriesCaptionsTeletextAndRawPackets) {
