@@ -139,10 +139,8 @@ TEST(SimulatedBoardTest, NtscPackedBuffer_HasTheBoardsLineOffsets) {
         port.board.setStreamProperty(port.stream, device::kStreamBufferPacking, device::kPackingPlanar8Bit),
         device::kDeviceBadArgument);
     port.start();
-    const DeviceHandle slot = port.lock();
-    std::uint8_t* buffer = nullptr;
-    std::uint32_t size = 0;
-    ASSERT_EQ(port.board.getSlotBuffer(slot, 0, buffer, size), 0u);
+    const auto [code, buffer, size] = port.buffer();
+    ASSERT_EQ(code, 0u);
     constexpr std::size_t kPitch = 1440;
     ASSERT_EQ(size, 487 * kPitch);
     EXPECT_EQ(buffer[1], 16);                       // blank
@@ -157,11 +155,7 @@ TEST(SimulatedBoardTest, PlanarBoard_GivesPlanesFieldAfterField) {
         port.board.setStreamProperty(port.stream, device::kStreamBufferPacking, device::kPackingPlanar10Bit),
         0u);
     port.start();
-    const DeviceHandle slot = port.lock();
-    std::uint8_t* buffer = nullptr;
-    std::uint32_t size = 0;
-    ASSERT_EQ(port.board.getSlotBuffer(slot, 0, buffer, size), 0u);
-    EXPECT_EQ(size, 1920u * 1080 * 3 / 2 * 2);
+    EXPECT_EQ(port.buffer().size, 1920u * 1080 * 3 / 2 * 2);
 }
 
 // The chroma planes stand as Cr, then Cb, as consumers of a capture run expect them.
@@ -171,9 +165,8 @@ TEST(SimulatedBoardTest, PlanarBoard_GivesCrBeforeCb) {
         port.board.setStreamProperty(port.stream, device::kStreamBufferPacking, device::kPackingPlanar8Bit),
         0u);
     port.start();
-    std::uint8_t* buffer = nullptr;
-    std::uint32_t size = 0;
-    ASSERT_EQ(port.board.getSlotBuffer(port.lock(), 0, buffer, size), 0u);
+    const auto [code, buffer, size] = port.buffer();
+    ASSERT_EQ(code, 0u);
     constexpr std::size_t kLuma = 1920 * 1080;
     constexpr std::size_t kRedBar = 1920 * 5 / 8 + 100;  // first row, far from the moving white bar
     EXPECT_EQ(buffer[kRedBar], 65);                      // 75% red: Y 65, Cb 100, Cr 212
@@ -186,9 +179,7 @@ TEST(SimulatedBoardTest, InjectedError_IsAnsweredOnItsFrames) {
         "errors": [{"operation": "VHD_GetSlotBuffer", "at": 0, "frames": 100000000, "code": 13}]})",
                      0);
     port.start();
-    std::uint8_t* buffer = nullptr;
-    std::uint32_t size = 0;
-    EXPECT_EQ(port.board.getSlotBuffer(port.lock(), 0, buffer, size), 13u);
+    EXPECT_EQ(port.buffer().code, 13u);
 }
 
 // The stream of a port is the process's own until it ends: another process that opens it gets 18.

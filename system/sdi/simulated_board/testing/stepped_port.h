@@ -71,6 +71,17 @@ struct SteppedPort {
         lastSlot = lock();
         return lastSlot;
     }
+    // The video buffer of the next slot, with the board's code for it.
+    struct Buffer {
+        std::uint32_t code = 0;
+        std::uint8_t* data = nullptr;
+        std::uint32_t size = 0;
+    };
+    Buffer buffer() {
+        Buffer buffer;
+        buffer.code = board.getSlotBuffer(lock(), deltacast_io::v1::kVideoBuffer, buffer.data, buffer.size);
+        return buffer;
+    }
     std::uint64_t time(DeviceHandle slot) {
         std::uint64_t microseconds = 0;
         EXPECT_EQ(board.getSlotSystemTime(slot, microseconds), 0u);
