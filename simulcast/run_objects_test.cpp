@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "log/testing/capturing_logger.h"
 #include "simulcast/simulcast_reader.h"
 #include "testing/shm.h"
@@ -14,7 +12,6 @@ using namespace ovtx::simulcast::capture_records::v1;
 using ovtx::log::log_perf::v4::testing::CapturingLogger;
 using ovtx::simulcast::simulcast_channel::v1::SimulcastReader;
 using ovtx::system::ipc::v2::GenericSharedMemory;
-using ovtx::system::ipc::v2::NamedEvent;
 using namespace std::chrono_literals;
 
 class RunObjectsTest : public ovtx::test_support::v1::ShmTest {};
@@ -56,34 +53,6 @@ TEST_F(RunObjectsTest, EachKind_OpensItsSizesAndWritesTheFormatBlock) {
         objects.publishClock(1234);
         EXPECT_EQ(static_cast<ClockBlock*>(consumerClock.view())->clock, 1234);
     }
-}
-
-TEST_F(RunObjectsTest, StopLeftSetByAnEarlierRun_IsClearedAndLogged) {
-    CapturingLogger logger;
-    NamedEvent left = NamedEvent::createOrJoin(channelName(kStopEventPrefix, name("port")),
-                                               NamedEvent::Reset::Manual, false);
-    left.set();
-    RunObjects objects(RunKind::Capture, name("port"), logger);
-    objects.openStopEvent();
-    EXPECT_TRUE(objects.stopRequested());
-    objects.clearStaleStop();
-    EXPECT_FALSE(objects.stopRequested());
-    ASSERT_EQ(logger.lines().size(), 1u);
-    EXPECT_EQ(logger.lines()[0].rfind("1 Stop event ", 0), 0u);
-    left.set();  // another process's stop reaches the run
-    EXPECT_TRUE(objects.stopRequested());
-}
-
-TEST_F(RunObjectsTest, ChannelRefused_NamesTheChannelAndItsObject) {
-    CapturingLogger logger;
-    RunObjects objects(RunKind::Pattern, name("port"), logger);
-    const std::string blocker = "/dev/shm/" + channelName(kAudioPrefix, name("port")) + "_MAP_PARAM";
-    std::filesystem::create_directory(blocker);
-    const std::optional<RunChannel> failed = objects.openChannels(1000, 40ms);
-    std::filesystem::remove(blocker);
-    ASSERT_EQ(failed, RunChannel::Audio);
-    EXPECT_EQ(objects.failure(RunChannel::Audio).rfind(objects.channelName(RunChannel::Audio) + ": ", 0), 0u);
-    EXPECT_TRUE(objects.writer(RunChannel::Video).isOpen());
 }
 
 }  // namespace

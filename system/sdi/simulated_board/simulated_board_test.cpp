@@ -174,14 +174,6 @@ TEST(SimulatedBoardTest, PlanarBoard_GivesCrBeforeCb) {
     EXPECT_EQ(buffer[kLuma + kLuma / 4 + kRedBar / 2], 100);
 }
 
-TEST(SimulatedBoardTest, InjectedError_IsAnsweredOnItsFrames) {
-    SteppedPort port(R"({"signal": [{"format": 3}],
-        "errors": [{"operation": "VHD_GetSlotBuffer", "at": 0, "frames": 100000000, "code": 13}]})",
-                     0);
-    port.start();
-    EXPECT_EQ(port.buffer().code, 13u);
-}
-
 // The stream of a port is the process's own until it ends: another process that opens it gets 18.
 TEST(SimulatedBoardTest, StreamHeldByAnotherProcess_OpensWithCode18) {
     const std::string serial = "0x5E5" + std::to_string(ovtx::system::process::v1::currentProcessId());
