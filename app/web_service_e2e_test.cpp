@@ -138,10 +138,7 @@ TEST_F(WebServiceDaemonTest, GetOfTheRoot_AnswersTheWholeTree) {
     const Json::Value tree = parseJson(answer.body);
     EXPECT_EQ(tree.getMemberNames(),
               (std::vector<std::string>{"AudioSampling", "BoardInfo", "InputVideoFormat"}));
-    EXPECT_EQ(tree["InputVideoFormat"]["_type_"], "UNAVAILABLE_SDI_INPUT");
-    EXPECT_EQ(tree["InputVideoFormat"]["_value_"]["UNAVAILABLE_SDI_INPUT"]["Standard"], "NO_FORMAT");
-    ASSERT_EQ(tree["AudioSampling"].size(), 8u);
-    EXPECT_EQ(tree["AudioSampling"][7]["ChannelStatus"], "");
+    // The values of a pattern run's tree are the service tree's tests'; here, the run's board query.
     EXPECT_EQ(tree["BoardInfo"]["ApiAvailable"], false);
     EXPECT_EQ(tree["BoardInfo"]["NbSdiBoard"], 0);
 }
