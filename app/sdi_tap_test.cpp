@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <iterator>
 
-#include "app/capture_lines.h"
 #include "app/slot_timing.h"
 #include "log/testing/capturing_logger.h"
 #include "simulcast/simulcast_params.h"
@@ -166,22 +165,6 @@ TEST_F(SdiTapTest, ChannelRefusedBySystem_FailsInTheEnginesWordsAndLogsTheReason
                         records::channelName(records::kTeletextPrefix, name("port"))),
               1u);
     EXPECT_EQ(exactLines("2 Opened simulcast [AUDIO]."), 1u);
-}
-
-TEST(CaptureLinesTest, SdCapturesTeletextAndWssLines_HdOneAncLine) {
-    const struct {
-        std::int32_t format;
-        std::size_t lines;
-        std::uint32_t firstLine;
-    } cases[] = {{0, 33, 23}, {3, 1, 11}};
-    for (const auto& c : cases) {
-        const auto table = captureLineTable(ovtx::encoding::sdi::sdi_common::v2::SdiFormatInfo(c.format));
-        EXPECT_EQ(
-            std::count_if(table.begin(), table.end(), [](const auto& entry) { return entry.line != 0; }),
-            static_cast<std::ptrdiff_t>(c.lines));
-        EXPECT_EQ(table[0].line, c.firstLine);
-        EXPECT_EQ(lineIndex(table, 23), c.format == 0 ? 0 : -1);
-    }
 }
 
 TEST_F(SdiTapTest, LostFrames_AreToldApartByTheBoardsDroppedCounter) {
