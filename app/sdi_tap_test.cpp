@@ -97,16 +97,6 @@ class SdiTapTest : public ovtx::test_support::v1::ShmTest {
     std::vector<std::string> records(records::RunChannel channel) {
         return ringRecords(records::channelName(records::runChannelPrefix(channel), name("port")));
     }
-    std::size_t linesWith(const std::string& text) {
-        const auto lines = m_logger->lines();
-        return static_cast<std::size_t>(
-            std::count_if(lines.begin(), lines.end(),
-                          [&](const std::string& line) { return line.find(text) != std::string::npos; }));
-    }
-    std::size_t exactLines(const std::string& line) {
-        const auto lines = m_logger->lines();
-        return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
-    }
     static void runPasses(SdiTap& engine, int passes) {
         for (int i = 0; i < passes; ++i) {
             ASSERT_FALSE(engine.runPass());
@@ -122,8 +112,8 @@ TEST_F(SdiTapTest, SignalOfAnotherFormatAtStart_SetsUpWithoutStandardAndPublishe
     makeBoard(R"({"signal": [{"format": "HD_1280_720p_50"}]})");
     auto engine = makeEngine(3);
     EXPECT_TRUE(engine->standardMismatch());
-    EXPECT_EQ(linesWith("Cannot set video Standard [Video]"), 1u);
-    EXPECT_EQ(linesWith("Auto detected video format: 1280x720p 50 fps"), 1u);
+    EXPECT_EQ(m_logger->countContaining("Cannot set video Standard [Video]"), 1u);
+    EXPECT_EQ(m_logger->countContaining("Auto detected video format: 1280x720p 50 fps"), 1u);
     engine->startRun();
     runPasses(*engine, 3);
     const auto video = records(records::RunChannel::Video);
@@ -137,10 +127,10 @@ TEST_F(SdiTapTest, SignalOfAnotherFormatAtStart_SetsUpWithoutStandardAndPublishe
         EXPECT_EQ(header.start, 0);
     }
     EXPECT_TRUE(records(records::RunChannel::Audio).empty());
-    EXPECT_EQ(linesWith("Warning : Incoherent Input Video Standard"), 3u);
+    EXPECT_EQ(m_logger->countContaining("Warning : Incoherent Input Video Standard"), 3u);
     engine->requestStop();  // obeyed within the pass, mismatch or not
     EXPECT_TRUE(engine->runPass());
-    EXPECT_EQ(exactLines("2 Warning : STOP SIGNAL DETECTED"), 1u);
+    EXPECT_EQ(m_logger->count("2 Warning : STOP SIGNAL DETECTED"), 1u);
 }
 
 TEST_F(SdiTapTest, PortBeyondTheInputs_IsRefusedByTheEngine) {
@@ -155,10 +145,10 @@ TEST_F(SdiTapTest, ChannelRefusedBySystem_FailsInTheEnginesWordsAndLogsTheReason
     std::filesystem::create_directory(blocker);
     expectFailure([&] { makeEngine(0); }, "cannot open simulcast [teletext]");
     std::filesystem::remove(blocker);
-    EXPECT_EQ(linesWith("1 Could not open simulcast " +
-                        records::channelName(records::kTeletextPrefix, name("port"))),
+    EXPECT_EQ(m_logger->countContaining("1 Could not open simulcast " +
+                                        records::channelName(records::kTeletextPrefix, name("port"))),
               1u);
-    EXPECT_EQ(exactLines("2 Opened simulcast [AUDIO]."), 1u);
+    EXPECT_EQ(m_logger->count("2 Opened simulcast [AUDIO]."), 1u);
 }
 
 TEST_F(SdiTapTest, LostFrames_AreToldApartByTheBoardsDroppedCounter) {
@@ -174,8 +164,8 @@ TEST_F(SdiTapTest, LostFrames_AreToldApartByTheBoardsDroppedCounter) {
         auto engine = makeEngine(0);
         engine->startRun();
         runPasses(*engine, 20);
-        EXPECT_EQ(exactLines("0 " + c.text), 1u) << c.text;
-        EXPECT_EQ(linesWith("Frame(s)"), 1u) << c.text;  // and no other loss
+        EXPECT_EQ(m_logger->count("0 " + c.text), 1u) << c.text;
+        EXPECT_EQ(m_logger->countContaining("Frame(s)"), 1u) << c.text;  // and no other loss
     }
 }
 
@@ -229,8 +219,8 @@ TEST_F(SdiTapTest, SlotAudioOrBufferFailing_FlagsTheNextRecordsOrCostsOneVideoRe
     std::set_difference(audioStarts.begin(), audioStarts.end(), videoStarts.begin(), videoStarts.end(),
                         std::back_inserter(withoutVideo));
     EXPECT_EQ(withoutVideo, std::vector<std::int64_t>{audioFlagged[0] + 400000});
-    EXPECT_EQ(exactLines("2 ERROR : Cannot get slot buffer. Result = 0x00000002\n"), 1u);
-    EXPECT_EQ(exactLines("2 Warning : discontinuity detected."), 1u);
+    EXPECT_EQ(m_logger->count("2 ERROR : Cannot get slot buffer. Result = 0x00000002\n"), 1u);
+    EXPECT_EQ(m_logger->count("2 Warning : discontinuity detected."), 1u);
 }
 
 TEST_F(SdiTapTest, DropFrameTimecode_NumbersTheFrameWithoutTheSkippedNumbers) {
@@ -260,7 +250,7 @@ TEST_F(SdiTapTest, TimecodeMissingForSomeFrames_CountsOnAndComplainsOnce) {
         ASSERT_FALSE(engine->runPass());
         numbers.push_back(engine->slotFrameNumber());
     }
-    EXPECT_EQ(linesWith("Could not read timecode"), 1u);
+    EXPECT_EQ(m_logger->countContaining("Could not read timecode"), 1u);
     for (std::size_t i = 1; i < numbers.size(); ++i) {
         EXPECT_EQ(numbers[i], numbers[i - 1] + 1) << i;
     }

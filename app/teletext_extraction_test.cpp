@@ -31,11 +31,6 @@ struct TeletextRun {
     std::vector<std::uint8_t> descriptor(std::size_t frame) const {
         return {records[frame].descriptor, records[frame].descriptor + records[frame].descriptorLength};
     }
-    std::size_t logged(const std::string& line) {
-        const std::vector<std::string> lines = logger.lines();
-        return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
-    }
-
     ovtx::log::log_perf::v4::testing::CapturingLogger logger;
     std::vector<TeletextRecord> records;
 };
@@ -76,13 +71,13 @@ TEST(TeletextExtractionTest, FrameWithoutLines_WritesTheEmptyDescriptorAndKeepsT
                     0, 3);
     EXPECT_EQ(run.records[1].dataLength, 0u);
     EXPECT_EQ(run.descriptor(1), (std::vector<std::uint8_t>{0x46, 0x00}));
-    EXPECT_EQ(run.logged("2 Cannot get VBI Data. Result = 0x00000002"), 64u);
+    EXPECT_EQ(run.logger.count("2 Cannot get VBI Data. Result = 0x00000002"), 64u);
     EXPECT_EQ(run.descriptor(2), kDescriptor);
     // Without teletext: the WSS line, the blank lines and the table's empty entries, each told.
     TeletextRun blank(R"({"signal": [{"format": 0}], "wss": [{"at": 0, "aspect": "16:9"}]})", 0, 1);
-    EXPECT_EQ(blank.logged("2 Line 23 doesn't contained VBI Teletext"), 1u);
-    EXPECT_EQ(blank.logged("2 exe VBI Teletext Subtitle NOT digitilize... Line 335 empty"), 1u);
-    EXPECT_EQ(blank.logged("2 Cannot get VBI Data. Result = 0x00000006"), 31u);
+    EXPECT_EQ(blank.logger.count("2 Line 23 doesn't contained VBI Teletext"), 1u);
+    EXPECT_EQ(blank.logger.count("2 exe VBI Teletext Subtitle NOT digitilize... Line 335 empty"), 1u);
+    EXPECT_EQ(blank.logger.count("2 Cannot get VBI Data. Result = 0x00000006"), 31u);
 }
 
 // The board's packets fill lines 12 to 37, raw ones 40 to 47: the record holds 32 of the 34.
@@ -103,7 +98,7 @@ TEST(TeletextExtractionTest, MoreLinesThanTheRecordHolds_LeavesTheLastOnesOut) {
         3, 1);
     EXPECT_EQ(run.records[0].dataLength, 1473u);
     EXPECT_EQ(run.records[0].data[1 + 46 * 31 + 2], ttx::lineOffsetByte(45));
-    EXPECT_EQ(run.logged("2 Teletext record full: 2 line(s) of this frame left out"), 1u);
+    EXPECT_EQ(run.logger.count("2 Teletext record full: 2 line(s) of this frame left out"), 1u);
     EXPECT_EQ(reinterpret_cast<const std::uint8_t*>(&run.records[0])[1607], 0xEE);
 }
 

@@ -3,8 +3,11 @@
 //   CapturingLogger logger;
 //   unit.run(&logger);
 //   EXPECT_EQ(logger.lines(), (std::vector<std::string>{"1 Pin output buffer full : video"}));
+//   EXPECT_EQ(logger.count("2 Opened input stream"), 1u);   // lines that are exactly this
+//   EXPECT_EQ(logger.countContaining("Auto detected"), 2u);
 #pragma once
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
@@ -30,6 +33,18 @@ class CapturingLogger : public i_logger::v0::ILogger {
     std::vector<std::string> lines() {
         std::lock_guard lock(m_mutex);
         return m_lines;
+    }
+
+    std::size_t count(const std::string& line) {
+        std::lock_guard lock(m_mutex);
+        return static_cast<std::size_t>(std::count(m_lines.begin(), m_lines.end(), line));
+    }
+
+    std::size_t countContaining(const std::string& text) {
+        std::lock_guard lock(m_mutex);
+        return static_cast<std::size_t>(
+            std::count_if(m_lines.begin(), m_lines.end(),
+                          [&](const std::string& line) { return line.find(text) != std::string::npos; }));
     }
 
   private:
