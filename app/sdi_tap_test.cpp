@@ -14,6 +14,7 @@
 #include "simulcast/simulcast_params.h"
 #include "system/sdi/simulated_board/testing/stepped_port.h"
 #include "testing/expect_failure.h"
+#include "testing/files.h"
 #include "testing/shm.h"
 
 namespace {
@@ -29,6 +30,7 @@ using ovtx::system::ipc::v2::NamedMapping;
 using ovtx::system::sdi::simulated_board::v1::testing::scenarioOfPort0;
 using ovtx::system::sdi::simulated_board::v1::testing::SteppedClock;
 using ovtx::test_support::v1::expectFailure;
+using ovtx::test_support::v1::valueAt;
 
 // Every chunk of a channel that the writer has committed and the ring still holds, oldest first,
 // read from the channel's shared memory as a consumer process would see it.
@@ -57,13 +59,6 @@ std::vector<std::string> ringRecords(const std::string& channel) {
         result.push_back(std::move(chunk.second));
     }
     return result;
-}
-
-template <typename Record>
-Record recordOf(const std::string& chunk) {
-    Record record{};
-    std::memcpy(&record, chunk.data(), std::min(sizeof record, chunk.size()));
-    return record;
 }
 
 class SdiTapTest : public ovtx::test_support::v1::ShmTest {
@@ -119,7 +114,7 @@ TEST_F(SdiTapTest, SignalOfAnotherFormatAtStart_SetsUpWithoutStandardAndPublishe
     const auto video = records(records::RunChannel::Video);
     ASSERT_EQ(video.size(), 3u);
     for (const std::string& chunk : video) {
-        const auto header = recordOf<records::VideoRecordHeader>(chunk);
+        const auto header = valueAt<records::VideoRecordHeader>(chunk, 0);
         EXPECT_EQ(header.magic, records::kVideoMagic);
         EXPECT_NE(header.standardMismatch, 0);
         EXPECT_EQ(header.aspectNumerator, 4);
@@ -198,14 +193,14 @@ TEST_F(SdiTapTest, SlotAudioOrBufferFailing_FlagsTheNextRecordsOrCostsOneVideoRe
     runPasses(*engine, 11);  // a wait, then input frames 21 to 30
     std::vector<std::int64_t> audioStarts, audioFlagged, videoStarts, videoFlagged;
     for (const std::string& chunk : records(records::RunChannel::Audio)) {
-        const auto record = recordOf<records::AudioRecord>(chunk);
+        const auto record = valueAt<records::AudioRecord>(chunk, 0);
         audioStarts.push_back(record.start);
         if (record.discontinuity != 0) {
             audioFlagged.push_back(record.start);
         }
     }
     for (const std::string& chunk : records(records::RunChannel::Video)) {
-        const auto header = recordOf<records::VideoRecordHeader>(chunk);
+        const auto header = valueAt<records::VideoRecordHeader>(chunk, 0);
         videoStarts.push_back(header.start);
         if (header.discontinuity != 0) {
             videoFlagged.push_back(header.start);
@@ -233,9 +228,9 @@ TEST_F(SdiTapTest, DropFrameTimecode_NumbersTheFrameWithoutTheSkippedNumbers) {
     EXPECT_EQ(engine->slotFrameNumber(), 1800);
     const auto video = records(records::RunChannel::Video);
     ASSERT_EQ(video.size(), 1u);
-    EXPECT_EQ(recordOf<records::VideoRecordHeader>(video[0]).start,
+    EXPECT_EQ(valueAt<records::VideoRecordHeader>(video[0], 0).start,
               records::frameStartTime(1800, 30000, 1001));
-    EXPECT_EQ(recordOf<records::AudioRecord>(records(records::RunChannel::Audio)[0]).start,
+    EXPECT_EQ(valueAt<records::AudioRecord>(records(records::RunChannel::Audio)[0], 0).start,
               records::frameStartTime(1800, 30000, 1001));
 }
 
