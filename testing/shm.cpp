@@ -1,5 +1,6 @@
 #include "testing/shm.h"
 
+#include <algorithm>
 #include <filesystem>
 
 #include "system/process/piped_child.h"
@@ -36,8 +37,11 @@ void removeShmEntries(const std::vector<std::string>& names) {
 std::string uniqueName(const std::string& tag) {
     static int counter = 0;
     const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
-    return tag + std::to_string(system::process::v1::currentProcessId()) + "x" + std::to_string(++counter) +
-           (test != nullptr ? test->name() : "");
+    std::string name = tag + std::to_string(system::process::v1::currentProcessId()) + "x" +
+                       std::to_string(++counter) + (test != nullptr ? test->name() : "");
+    // A parameterised test's name holds a '/', which would make a path of the name.
+    std::replace(name.begin(), name.end(), '/', '_');
+    return name;
 }
 
 }  // namespace ovtx::test_support::v1
