@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iterator>
+#include <map>
 
 #include "app/slot_timing.h"
 #include "log/testing/capturing_logger.h"
@@ -43,20 +44,18 @@ std::vector<std::string> ringRecords(const std::string& channel) {
     NamedMapping dataMapping = NamedMapping::createOrJoin(channel + "_MAP_DATA", bytes);
     MappedView dataView = MappedView::map(dataMapping, bytes, MappedView::Access::ReadOnly);
     const auto* base = static_cast<const char*>(dataView.data());
-    std::vector<std::pair<std::uint64_t, std::string>> chunks;
+    std::map<std::uint64_t, std::string> chunks;  // by sequence number
     for (std::int32_t i = 0; i < params.numChunks; ++i) {
         std::uint64_t sequence = 0;
         std::memcpy(&sequence, base + i * ring::kSequenceEntryBytes, sizeof sequence);
-        if (sequence != 0) {
-            chunks.emplace_back(sequence,
-                                std::string(base + ring::chunkOffset(params.numChunks, params.chunkStride, i),
-                                            static_cast<std::size_t>(params.maxChunkBytes)));
+        if (sequence != 0) {  // 0: never written
+            chunks[sequence] = std::string(base + ring::chunkOffset(params.numChunks, params.chunkStride, i),
+                                           static_cast<std::size_t>(params.maxChunkBytes));
         }
     }
-    std::sort(chunks.begin(), chunks.end());
     std::vector<std::string> result;
-    for (auto& chunk : chunks) {
-        result.push_back(std::move(chunk.second));
+    for (auto& [sequence, chunk] : chunks) {
+        result.push_back(std::move(chunk));
     }
     return result;
 }
