@@ -80,7 +80,7 @@ class JsonValueOutput {
     void null() { place() = Json::Value(); }
     void boolean(bool value) { place() = Json::Value(value); }
     void integer(std::int64_t value) { place() = Json::Value(static_cast<Json::Int64>(value)); }
-    void string(const std::string& value) { place() = Json::Value(value); }
+    void string(std::string value) { place() = Json::Value(value); }
     void key(const std::string& name) { m_key = name; }
     void beginObject() { open(Json::objectValue); }
     void endObject() { m_open.pop_back(); }
@@ -123,19 +123,21 @@ class StyledJsonText {
         const auto [end, error] = std::to_chars(digits, digits + sizeof digits, value);
         scalar(std::string_view(digits, static_cast<std::size_t>(end - digits)));
     }
-    void string(const std::string& value) {
+    void string(std::string value) {
         if (needsEscapes(value)) {
             // Rare: jsoncpp's own escaping, through its writer.
             std::string quoted = Json::StyledWriter().write(Json::Value(value));
             quoted.pop_back();
-            scalar(quoted);
-            return;
+            own(std::move(quoted), false);
+        } else if (value.size() >= kOwnedTextSize) {
+            own(std::move(value), true);
+        } else {
+            const std::uint32_t offset = here();
+            m_chars.push_back('"');
+            m_chars.append(value);
+            m_chars.push_back('"');
+            add(Kind::scalar, offset);
         }
-        const std::uint32_t offset = here();
-        m_chars.push_back('"');
-        m_chars.append(value);
-        m_chars.push_back('"');
-        add(Kind::scalar, offset);
     }
     void key(const std::string& name) {
         m_keyOffset = here();
@@ -148,7 +150,7 @@ class StyledJsonText {
     void endArray() { m_open.pop_back(); }
 
     std::string text() {
-        m_text.reserve(m_chars.size() * 2);
+        m_text.reserve(m_chars.size() + m_ownedBytes + m_nodes.size() * 8);
         if (!m_nodes.empty()) {
             write(0);
         }
@@ -157,13 +159,16 @@ class StyledJsonText {
     }
 
   private:
-    enum class Kind : std::uint8_t { scalar, array, object };
+    // A scalar's text is in m_chars, or, for a long text kept whole to spare copies, in m_owned.
+    enum class Kind : std::uint8_t { scalar, owned, array, object };
     static constexpr std::uint32_t kNone = std::numeric_limits<std::uint32_t>::max();
     static constexpr std::size_t kRightMargin = 74;
     static constexpr std::size_t kIndent = 3;
+    static constexpr std::size_t kOwnedTextSize = 256;
 
     struct Node {
         Kind kind;
+        bool quote;  // an owned text without its quotes
         std::uint32_t keyOffset;
         std::uint32_t keyLength;
         std::uint32_t textOffset;  // a scalar's JSON text in m_chars
@@ -193,7 +198,7 @@ class StyledJsonText {
     std::uint32_t add(Kind kind, std::uint32_t textOffset) {
         const auto index = static_cast<std::uint32_t>(m_nodes.size());
         m_nodes.push_back(
-            {kind, m_keyOffset, m_keyLength, textOffset, here() - textOffset, kNone, kNone, kNone, 0});
+            {kind, false, m_keyOffset, m_keyLength, textOffset, here() - textOffset, kNone, kNone, kNone, 0});
         if (!m_open.empty()) {
             Node& parent = m_nodes[m_open.back()];
             if (parent.count++ == 0) {
@@ -204,6 +209,19 @@ class StyledJsonText {
             parent.lastChild = index;
         }
         return index;
+    }
+
+    void own(std::string text, bool quote) {
+        const std::uint32_t index = add(Kind::owned, here());
+        m_nodes[index].quote = quote;
+        m_nodes[index].textOffset = static_cast<std::uint32_t>(m_owned.size());
+        m_nodes[index].textLength = static_cast<std::uint32_t>(text.size() + (quote ? 2 : 0));
+        m_ownedBytes += text.size() + 2;
+        m_owned.push_back(std::move(text));
+    }
+
+    static bool isContainer(const Node& node) {
+        return node.kind == Kind::array || node.kind == Kind::object;
     }
 
     std::string_view keyOf(std::uint32_t node) const {
@@ -221,6 +239,14 @@ class StyledJsonText {
         const Node& node = m_nodes[index];
         if (node.kind == Kind::scalar) {
             m_text.append(textOf(node));
+        } else if (node.kind == Kind::owned) {
+            if (node.quote) {
+                m_text.push_back('"');
+            }
+            m_text.append(m_owned[node.textOffset]);
+            if (node.quote) {
+                m_text.push_back('"');
+            }
         } else if (node.count == 0) {
             m_text.append(node.kind == Kind::array ? "[]" : "{}");
         } else if (node.kind == Kind::array) {
@@ -297,7 +323,7 @@ class StyledJsonText {
         std::size_t lineLength = 4 + (node.count - 1) * 2;
         for (std::uint32_t child = node.firstChild; child != kNone; child = m_nodes[child].next) {
             const Node& element = m_nodes[child];
-            if (element.kind != Kind::scalar && element.count > 0) {
+            if (isContainer(element) && element.count > 0) {
                 return true;
             }
             lineLength += inlineLength(element);
@@ -340,6 +366,8 @@ class StyledJsonText {
 
     std::vector<Node> m_nodes;
     std::string m_chars;
+    std::vector<std::string> m_owned;
+    std::size_t m_ownedBytes = 0;
     std::vector<std::uint32_t> m_open;
     std::uint32_t m_keyOffset = 0;
     std::uint32_t m_keyLength = 0;

@@ -138,6 +138,14 @@ INSTANTIATE_TEST_SUITE_P(
                                           {"trailing ", "space "}};
                        },
                        {}},
+        StyledTextCase{
+            "LongTexts",
+            [](FixtureData& data) {
+                data.text = std::string(300, 'x');
+                data.blob.assign(600, 0xfe);
+                data.byName = {{"plain", std::string(256, 'y')}, {"escaped", std::string(300, '\n')}};
+            },
+            {}},
         StyledTextCase{"KeysSortedAsText",
                        [](FixtureData& data) {
                            data.byId = {{-1, {1, 1}}, {2, {2, 2}}, {10, {3, 3}}, {9, {4, 4}}};
