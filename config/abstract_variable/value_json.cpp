@@ -116,6 +116,14 @@ class JsonValueOutput {
 // buffer, since neither the order of members nor the layout of an array is known before its end.
 class StyledJsonText {
   public:
+    // Room for a small answer from the start, as most answers are.
+    StyledJsonText() {
+        m_nodes.reserve(64);
+        m_chars.reserve(1024);
+        m_open.reserve(16);
+        m_order.reserve(64);
+    }
+
     void null() { scalar("null"); }
     void boolean(bool value) { scalar(value ? "true" : "false"); }
     void integer(std::int64_t value) {
