@@ -1,7 +1,6 @@
 #include "config/abstract_variable/object_construction.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace ovtx::config::abstract_variable::lib_abstract_variable::v2 {
 
@@ -68,7 +67,7 @@ class SnapshotReader : public IStreamReceiver {
     explicit SnapshotReader(std::vector<std::uint8_t> bytes) : m_bytes(std::move(bytes)) {}
     std::size_t receive(std::uint8_t* buffer, std::size_t size) override {
         const std::size_t count = std::min(size, m_bytes.size() - m_position);
-        std::memcpy(buffer, m_bytes.data() + m_position, count);
+        std::copy_n(m_bytes.data() + m_position, count, buffer);  // no memcpy: an empty vector has no data
         m_position += count;
         return count;
     }

@@ -1,10 +1,13 @@
 #include "config/abstract_variable/value_json.h"
 
+#include <json/writer.h>
+
 #include <algorithm>
 #include <charconv>
 #include <exception>
 #include <limits>
 #include <stdexcept>
+#include <string_view>
 #include <thread>
 
 #include "config/abstract_variable/base64.h"
@@ -53,10 +56,6 @@ void sendAll(IStreamSender& writer, const std::vector<std::uint8_t>& bytes) {
     }
 }
 
-Json::Value encode(const std::vector<std::uint8_t>& bytes) {
-    return Json::Value(base64Encode(bytes.data(), bytes.size()));
-}
-
 // A decimal id: the whole text, nothing before or after.
 template <typename Integer>
 bool parseDecimal(const std::string& text, Integer& value) {
@@ -73,57 +72,398 @@ std::int32_t parseKey(const std::string& key) {
     return id;
 }
 
+// Builds a Json::Value from the walk's events.
+class JsonValueOutput {
+  public:
+    Json::Value& result() { return m_root; }
+
+    void null() { place() = Json::Value(); }
+    void boolean(bool value) { place() = Json::Value(value); }
+    void integer(std::int64_t value) { place() = Json::Value(static_cast<Json::Int64>(value)); }
+    void string(std::string value) { place() = Json::Value(value); }
+    void key(const std::string& name) { m_key = name; }
+    void beginObject() { open(Json::objectValue); }
+    void endObject() { m_open.pop_back(); }
+    void beginArray() { open(Json::arrayValue); }
+    void endArray() { m_open.pop_back(); }
+
+  private:
+    // Where the next value goes: the root, the end of the open array, or the open object's member
+    // of the last key (a repeated key replaces the member's value).
+    Json::Value& place() {
+        if (m_open.empty()) {
+            return m_root;
+        }
+        Json::Value& container = *m_open.back();
+        return container.isArray() ? container.append(Json::Value()) : container[m_key];
+    }
+    void open(Json::ValueType kind) {
+        Json::Value& container = place();
+        container = Json::Value(kind);
+        m_open.push_back(&container);
+    }
+
+    Json::Value m_root;
+    std::vector<Json::Value*> m_open;  // members of a Json::Value keep their address
+    std::string m_key;
+};
+
+// Styled JSON text from the walk's events, byte for byte what Json::StyledWriter writes for the
+// Json::Value that the same walk builds: members sorted by key (bytes compared as unsigned, a
+// repeated key keeping its last value), three spaces of indentation, and an array on one line,
+// "[ a, b ]", when it has fewer than 25 elements, none of them a non-empty array or object, and the
+// line stays under 74 characters. The events are first kept as a tree of nodes over one character
+// buffer, since neither the order of members nor the layout of an array is known before its end.
+class StyledJsonText {
+  public:
+    // Room for a small answer from the start, as most answers are.
+    StyledJsonText() {
+        m_nodes.reserve(64);
+        m_chars.reserve(1024);
+        m_open.reserve(16);
+        m_order.reserve(64);
+    }
+
+    void null() { scalar("null"); }
+    void boolean(bool value) { scalar(value ? "true" : "false"); }
+    void integer(std::int64_t value) {
+        char digits[24];
+        const auto [end, error] = std::to_chars(digits, digits + sizeof digits, value);
+        scalar(std::string_view(digits, static_cast<std::size_t>(end - digits)));
+    }
+    void string(std::string value) {
+        if (needsEscapes(value)) {
+            // Rare: jsoncpp's own escaping, through its writer.
+            std::string quoted = Json::StyledWriter().write(Json::Value(value));
+            quoted.pop_back();
+            own(std::move(quoted), false);
+        } else if (value.size() >= kOwnedTextSize) {
+            own(std::move(value), true);
+        } else {
+            const std::uint32_t offset = here();
+            m_chars.push_back('"');
+            m_chars.append(value);
+            m_chars.push_back('"');
+            add(Kind::scalar, offset);
+        }
+    }
+    void key(const std::string& name) {
+        m_keyOffset = here();
+        m_keyLength = static_cast<std::uint32_t>(name.size());
+        m_chars.append(name);
+    }
+    void beginObject() { m_open.push_back(add(Kind::object, here())); }
+    void endObject() { m_open.pop_back(); }
+    void beginArray() { m_open.push_back(add(Kind::array, here())); }
+    void endArray() { m_open.pop_back(); }
+
+    std::string text() {
+        m_text.reserve(m_chars.size() + m_ownedBytes + m_nodes.size() * 8);
+        if (!m_nodes.empty()) {
+            write(0);
+        }
+        m_text.push_back('\n');
+        return std::move(m_text);
+    }
+
+  private:
+    // A scalar's text is in m_chars, or, for a long text kept whole to spare copies, in m_owned.
+    enum class Kind : std::uint8_t { scalar, owned, array, object };
+    static constexpr std::uint32_t kNone = std::numeric_limits<std::uint32_t>::max();
+    static constexpr std::size_t kRightMargin = 74;
+    static constexpr std::size_t kIndent = 3;
+    static constexpr std::size_t kOwnedTextSize = 256;
+
+    struct Node {
+        Kind kind;
+        bool quote;  // an owned text without its quotes
+        std::uint32_t keyOffset;
+        std::uint32_t keyLength;
+        std::uint32_t textOffset;  // a scalar's JSON text in m_chars
+        std::uint32_t textLength;
+        std::uint32_t firstChild;
+        std::uint32_t lastChild;
+        std::uint32_t next;
+        std::uint32_t count;
+    };
+
+    // What jsoncpp escapes: quotes, backslashes, control characters and every byte above 127.
+    static bool needsEscapes(std::string_view text) {
+        return std::any_of(text.begin(), text.end(), [](char c) {
+            const auto byte = static_cast<unsigned char>(c);
+            return byte == '\\' || byte == '"' || byte < 0x20 || byte > 0x7F;
+        });
+    }
+
+    std::uint32_t here() const { return static_cast<std::uint32_t>(m_chars.size()); }
+
+    void scalar(std::string_view text) {
+        const std::uint32_t offset = here();
+        m_chars.append(text);
+        add(Kind::scalar, offset);
+    }
+
+    std::uint32_t add(Kind kind, std::uint32_t textOffset) {
+        const auto index = static_cast<std::uint32_t>(m_nodes.size());
+        m_nodes.push_back(
+            {kind, false, m_keyOffset, m_keyLength, textOffset, here() - textOffset, kNone, kNone, kNone, 0});
+        if (!m_open.empty()) {
+            Node& parent = m_nodes[m_open.back()];
+            if (parent.count++ == 0) {
+                parent.firstChild = index;
+            } else {
+                m_nodes[parent.lastChild].next = index;
+            }
+            parent.lastChild = index;
+        }
+        return index;
+    }
+
+    void own(std::string text, bool quote) {
+        const std::uint32_t index = add(Kind::owned, here());
+        m_nodes[index].quote = quote;
+        m_nodes[index].textOffset = static_cast<std::uint32_t>(m_owned.size());
+        m_nodes[index].textLength = static_cast<std::uint32_t>(text.size() + (quote ? 2 : 0));
+        m_ownedBytes += text.size() + 2;
+        m_owned.push_back(std::move(text));
+    }
+
+    static bool isContainer(const Node& node) {
+        return node.kind == Kind::array || node.kind == Kind::object;
+    }
+
+    std::string_view keyOf(std::uint32_t node) const {
+        return std::string_view(m_chars).substr(m_nodes[node].keyOffset, m_nodes[node].keyLength);
+    }
+    std::string_view textOf(const Node& node) const {
+        return std::string_view(m_chars).substr(node.textOffset, node.textLength);
+    }
+    // The length of an element on an array's single line: a scalar, "[]" or "{}".
+    std::size_t inlineLength(const Node& node) const {
+        return node.kind == Kind::scalar ? node.textLength : 2;
+    }
+
+    void write(std::uint32_t index) {
+        const Node& node = m_nodes[index];
+        if (node.kind == Kind::scalar) {
+            m_text.append(textOf(node));
+        } else if (node.kind == Kind::owned) {
+            if (node.quote) {
+                m_text.push_back('"');
+            }
+            m_text.append(m_owned[node.textOffset]);
+            if (node.quote) {
+                m_text.push_back('"');
+            }
+        } else if (node.count == 0) {
+            m_text.append(node.kind == Kind::array ? "[]" : "{}");
+        } else if (node.kind == Kind::array) {
+            writeArray(node);
+        } else {
+            writeObject(node);
+        }
+    }
+
+    void writeObject(const Node& node) {
+        // The members' order goes on a stack shared by every level; positions, not iterators, as
+        // deeper levels grow it.
+        const std::size_t first = m_order.size();
+        for (std::uint32_t child = node.firstChild; child != kNone; child = m_nodes[child].next) {
+            m_order.push_back(child);
+        }
+        std::sort(m_order.begin() + static_cast<std::ptrdiff_t>(first), m_order.end(),
+                  [this](std::uint32_t a, std::uint32_t b) {
+                      const int order = keyOf(a).compare(keyOf(b));
+                      return order != 0 ? order < 0 : a < b;
+                  });
+        writeWithIndent("{");
+        indent();
+        const std::size_t end = m_order.size();
+        bool written = false;
+        for (std::size_t position = first; position < end; ++position) {
+            const std::uint32_t child = m_order[position];
+            if (position + 1 < end && keyOf(m_order[position + 1]) == keyOf(child)) {
+                continue;  // a later value for the same key replaced this one
+            }
+            if (written) {
+                m_text.push_back(',');
+            }
+            written = true;
+            writeIndent();
+            appendQuotedKey(keyOf(child));
+            m_text.append(" : ");
+            write(child);
+        }
+        m_order.resize(first);
+        unindent();
+        writeWithIndent("}");
+    }
+
+    void writeArray(const Node& node) {
+        if (!isMultiline(node)) {
+            m_text.append("[ ");
+            for (std::uint32_t child = node.firstChild; child != kNone; child = m_nodes[child].next) {
+                if (child != node.firstChild) {
+                    m_text.append(", ");
+                }
+                write(child);
+            }
+            m_text.append(" ]");
+            return;
+        }
+        writeWithIndent("[");
+        indent();
+        for (std::uint32_t child = node.firstChild; child != kNone; child = m_nodes[child].next) {
+            writeIndent();
+            write(child);
+            if (m_nodes[child].next != kNone) {
+                m_text.push_back(',');
+            }
+        }
+        unindent();
+        writeWithIndent("]");
+    }
+
+    bool isMultiline(const Node& node) const {
+        if (node.count * 3 >= kRightMargin) {
+            return true;
+        }
+        std::size_t lineLength = 4 + (node.count - 1) * 2;
+        for (std::uint32_t child = node.firstChild; child != kNone; child = m_nodes[child].next) {
+            const Node& element = m_nodes[child];
+            if (isContainer(element) && element.count > 0) {
+                return true;
+            }
+            lineLength += inlineLength(element);
+        }
+        return lineLength >= kRightMargin;
+    }
+
+    // A new line at the current indentation, unless the text already ends with one or with a blank
+    // (after a key, or an indentation already written).
+    void writeIndent() {
+        if (!m_text.empty()) {
+            const char last = m_text.back();
+            if (last == ' ') {
+                return;
+            }
+            if (last != '\n') {
+                m_text.push_back('\n');
+            }
+        }
+        m_text.append(m_indent, ' ');
+    }
+    void writeWithIndent(std::string_view text) {
+        writeIndent();
+        m_text.append(text);
+    }
+    void indent() { m_indent += kIndent; }
+    void unindent() { m_indent -= kIndent; }
+
+    // jsoncpp writes a member's name as a C string: it ends at the first NUL.
+    void appendQuotedKey(std::string_view name) {
+        name = name.substr(0, std::min(name.size(), name.find('\0')));
+        if (needsEscapes(name)) {
+            m_text.append(Json::valueToQuotedString(std::string(name).c_str()));
+            return;
+        }
+        m_text.push_back('"');
+        m_text.append(name);
+        m_text.push_back('"');
+    }
+
+    std::vector<Node> m_nodes;
+    std::string m_chars;
+    std::vector<std::string> m_owned;
+    std::size_t m_ownedBytes = 0;
+    std::vector<std::uint32_t> m_open;
+    std::uint32_t m_keyOffset = 0;
+    std::uint32_t m_keyLength = 0;
+    std::vector<std::uint32_t> m_order;
+    std::string m_text;
+    std::size_t m_indent = 0;
+};
+
+// Walks an object and its type record together and tells `Output` what it finds, as events:
+// scalars, keys, and the beginnings and ends of objects and arrays.
+template <typename Output>
 class ValueSerializer : public IObjectVisitor {
   public:
     static constexpr const char* kMismatch =
         "Cannot serialize object : given type does not match the given object";
 
-    ValueSerializer(const std::vector<std::string>& filter, const AbstractType& type)
-        : m_filter(filter), m_type(type) {}
+    ValueSerializer(const std::vector<std::string>& filter, const AbstractType& type, Output& output)
+        : m_filter(filter), m_type(type), m_output(output) {}
 
-    Json::Value& result() { return m_result; }
+    // The value of `object`, or null when its variety is filtered out.
+    static void serialize(IAbstractObject& object, const AbstractType& type,
+                          const std::vector<std::string>& filter, Output& output) {
+        if (!filter.empty()) {
+            const std::string variety = getTypeString(&object);
+            if (std::find(filter.begin(), filter.end(), variety) != filter.end()) {
+                output.null();
+                return;
+            }
+        }
+        ValueSerializer serializer(filter, type, output);
+        object.accept(serializer);
+    }
 
     void visit(IUnion& object) override {
         const auto& record = expect<UnionType>();
         const std::string current = object.getCurrentType();
-        m_result = Json::Value(Json::objectValue);
-        m_result["_type_"] = current;
-        Json::Value& values = m_result["_value_"] = Json::Value(Json::objectValue);
+        m_output.beginObject();
+        m_output.key(kTypeKey);
+        m_output.string(current);
+        m_output.key(kValueKey);
+        m_output.beginObject();
         for (const auto& alternative : record.valueTypes) {
             if (record.full || alternative.name == current) {
-                values[alternative.name] = serialize(object.getValue(alternative.name), *alternative.type);
+                m_output.key(alternative.name);
+                serializeChild(object.getValue(alternative.name), *alternative.type);
             }
         }
+        m_output.endObject();
+        m_output.endObject();
     }
     void visit(IEnum& object) override {
         expect<EnumType>();
-        m_result = object.get();
+        m_output.string(object.get());
     }
     void visit(IReadOnly& object) override {
-        m_result = serialize(object.getUnderlying(), *expect<ReadOnlyType>().underlying);
+        serializeChild(object.getUnderlying(), *expect<ReadOnlyType>().underlying);
     }
     void visit(IData& object) override {
         expect<DataType>();
-        m_result = encode(readAll(*object.newReader()));
+        const std::vector<std::uint8_t> bytes = readAll(*object.newReader());
+        m_output.string(base64Encode(bytes.data(), bytes.size()));
     }
     void visit(IFile& object) override {
         expect<FileType>();
         const FileContent content = object.get();
-        m_result = Json::Value(Json::objectValue);
-        m_result["MimeType"] = content.mimeType;
-        m_result["Data"] = encode(content.bytes);
+        m_output.beginObject();
+        m_output.key(kMimeTypeKey);
+        m_output.string(content.mimeType);
+        m_output.key(kDataKey);
+        m_output.string(base64Encode(content.bytes.data(), content.bytes.size()));
+        m_output.endObject();
     }
     void visit(IConstructableObjectMap& object) override {
         const auto& record = expect<ConstructableObjectMapType>();
         // The configuration comes as a read-only view of an object of the configuration type.
         const AbstractType configurationView = ReadOnlyType{*record.configuration};
-        m_result = Json::Value(Json::objectValue);
+        m_output.beginObject();
         for (std::int32_t id : object.ids()) {
             const ConstructableElement element = object.get(id);
-            Json::Value& entry = m_result[std::to_string(id)] = Json::Value(Json::objectValue);
-            entry["_configuration_"] = serialize(element.first(), configurationView);
-            entry["_state_"] = serialize(element.second, *record.state);
+            m_output.key(std::to_string(id));
+            m_output.beginObject();
+            m_output.key(kConfigurationKey);
+            serializeChild(element.first, configurationView);
+            m_output.key(kStateKey);
+            serializeChild(element.second, *record.state);
+            m_output.endObject();
         }
+        m_output.endObject();
     }
     void visit(IMap<std::string>& object) override {
         serializeMap(object, [](const std::string& id) { return id; });
@@ -133,64 +473,75 @@ class ValueSerializer : public IObjectVisitor {
     }
     void visit(IVector& object) override {
         const AbstractType& element = *expect<VectorType>().element;
-        m_result = Json::Value(Json::arrayValue);
+        m_output.beginArray();
         const std::int32_t size = object.size();
         for (std::int32_t index = 0; index < size; ++index) {
-            m_result.append(serialize(object.get(index), element));
+            serializeChild(object.get(index), element);
         }
+        m_output.endArray();
     }
     void visit(IFunction&) override {
         expect<FunctionType>();
-        m_result = Json::Value();
+        m_output.null();
     }
-    void visit(IVariable<bool>& object) override { serializeLeaf(object); }
-    void visit(IVariable<std::int64_t>& object) override { serializeLeaf(object); }
-    void visit(IVariable<std::int32_t>& object) override { serializeLeaf(object); }
-    void visit(IVariable<std::string>& object) override { serializeLeaf(object); }
+    void visit(IVariable<bool>& object) override {
+        expect<VariableType<bool>>();
+        m_output.boolean(object.get());
+    }
+    void visit(IVariable<std::int64_t>& object) override {
+        expect<VariableType<std::int64_t>>();
+        m_output.integer(object.get());
+    }
+    void visit(IVariable<std::int32_t>& object) override {
+        expect<VariableType<std::int32_t>>();
+        m_output.integer(object.get());
+    }
+    void visit(IVariable<std::string>& object) override {
+        expect<VariableType<std::string>>();
+        m_output.string(object.get());
+    }
     void visit(IStruct& object) override {
         const auto& record = expect<StructType>();
-        m_result = Json::Value(Json::objectValue);
+        m_output.beginObject();
         for (const auto& child : record.children) {
-            m_result[child.name] = serialize(object.getChild(child.name), *child.type);
+            m_output.key(child.name);
+            serializeChild(object.getChild(child.name), *child.type);
         }
+        m_output.endObject();
     }
 
   private:
+    static inline const std::string kTypeKey = "_type_";
+    static inline const std::string kValueKey = "_value_";
+    static inline const std::string kMimeTypeKey = "MimeType";
+    static inline const std::string kDataKey = "Data";
+    static inline const std::string kConfigurationKey = "_configuration_";
+    static inline const std::string kStateKey = "_state_";
+
     template <typename Record>
     const Record& expect() const {
         return expectRecord<Record>(m_type, kMismatch);
     }
 
-    Json::Value serialize(const ObjectFactory& factory, const AbstractType& type) {
-        return serialize(factory(), type);
-    }
-    template <typename Object>
-    Json::Value serialize(const std::unique_ptr<Object>& view, const AbstractType& type) {
-        return SerializeValueToJson(view.get(), type, m_filter);
-    }
-
-    template <typename T>
-    void serializeLeaf(IVariable<T>& object) {
-        expect<VariableType<T>>();
-        if constexpr (std::is_same_v<T, std::int64_t>) {
-            m_result = Json::Value(static_cast<Json::Int64>(object.get()));
-        } else {
-            m_result = Json::Value(object.get());
-        }
+    void serializeChild(const ObjectFactory& factory, const AbstractType& type) {
+        const std::unique_ptr<IAbstractObject> view = factory();
+        serialize(*view, type, m_filter, m_output);
     }
 
     template <typename K, typename KeyText>
     void serializeMap(IMap<K>& object, KeyText keyText) {
         const AbstractType& element = *expect<MapType<K>>().element;
-        m_result = Json::Value(Json::objectValue);
+        m_output.beginObject();
         for (const K& id : object.ids()) {
-            m_result[keyText(id)] = serialize(object.get(id), element);
+            m_output.key(keyText(id));
+            serializeChild(object.get(id), element);
         }
+        m_output.endObject();
     }
 
-    Json::Value m_result;
     const std::vector<std::string>& m_filter;
     const AbstractType& m_type;
+    Output& m_output;
 };
 
 class ValueUnSerializer : public IObjectVisitor {
@@ -525,15 +876,16 @@ class MapEltsList : public TypeSpecificCommand {
 
 Json::Value SerializeValueToJson(IAbstractObject* object, const AbstractType& type,
                                  const std::vector<std::string>& filter) {
-    if (!filter.empty()) {
-        const std::string variety = getTypeString(object);
-        if (std::find(filter.begin(), filter.end(), variety) != filter.end()) {
-            return Json::Value();
-        }
-    }
-    ValueSerializer serializer(filter, type);
-    object->accept(serializer);
-    return std::move(serializer.result());
+    JsonValueOutput output;
+    ValueSerializer<JsonValueOutput>::serialize(*object, type, filter, output);
+    return std::move(output.result());
+}
+
+std::string SerializeValueToStyledJson(IAbstractObject* object, const AbstractType& type,
+                                       const std::vector<std::string>& filter) {
+    StyledJsonText output;
+    ValueSerializer<StyledJsonText>::serialize(*object, type, filter, output);
+    return output.text();
 }
 
 std::string UnserializeValueFromJson(const Json::Value& json, IAbstractObject* object,

@@ -5,6 +5,7 @@
 // data, and a disagreement between the two is an error, never a coercion.
 //
 //   Json::Value value = SerializeValueToJson(root.get(), type, {"function"});  // functions as null
+//   std::string text = SerializeValueToStyledJson(root.get(), type, {});       // an answer's body
 //   value["Level"] = 3;
 //   std::string skipped = UnserializeValueFromJson(value, root.get(), type, /*allowPartial=*/true,
 //                                                  /*parallel=*/true);
@@ -35,6 +36,12 @@ namespace ovtx::config::abstract_variable::lib_abstract_variable::v2 {
 // disagree.
 Json::Value SerializeValueToJson(IAbstractObject* object, const AbstractType& type,
                                  const std::vector<std::string>& filter);
+
+// The same value as styled JSON text, byte for byte what Json::StyledWriter writes for
+// `SerializeValueToJson(object, type, filter)`, without building the Json::Value: the text of a
+// REST answer.
+std::string SerializeValueToStyledJson(IAbstractObject* object, const AbstractType& type,
+                                       const std::vector<std::string>& filter);
 
 // Writes `json` into `object` as `type` describes it and returns the log of what was skipped,
 // empty after a clean run. With `allowPartial` missing and unknown struct members, read-only

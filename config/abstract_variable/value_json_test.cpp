@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <json/writer.h>
+
 #include <atomic>
+#include <limits>
 #include <memory>
 
 #include "config/abstract_variable/base64.h"
@@ -15,6 +18,7 @@ namespace {
 using namespace ovtx::config::abstract_variable::lib_abstract_variable::v2;
 using namespace ovtx::config::abstract_variable::testing::v1;
 using ovtx::test_support::v1::expectFailure;
+using namespace std::string_literals;
 
 constexpr const char* kIncorrectType = "Cannot unserialize json: incorrect type";
 
@@ -91,6 +95,109 @@ TEST_F(ValueJsonTest, Filter_NullsWholeVarietiesAtAnyDepthAndKeepsTheMember) {
     EXPECT_EQ(serializeChild("Locked", {"function"}), 42);
     EXPECT_TRUE(SerializeValueToJson(m_root().get(), fixtureType(), {"struct"}).isNull());
 }
+
+// The styled text must stay byte for byte what jsoncpp's StyledWriter makes of the JSON value:
+// REST answers and their MD5 digests are compared by clients.
+struct StyledTextCase {
+    const char* name;
+    void (*change)(FixtureData&);
+    std::vector<std::string> filter;
+};
+
+class StyledJsonTextTest : public ::testing::TestWithParam<StyledTextCase> {};
+
+TEST_P(StyledJsonTextTest, Text_IsWhatStyledWriterWritesOfTheValue) {
+    auto data = std::make_shared<FixtureData>(makeFixtureData());
+    GetParam().change(*data);
+    const ObjectFactory root = fixtureTree(data);
+    const auto check = [&](IAbstractObject* object, const AbstractType& type, const std::string& where) {
+        const std::string expected =
+            Json::StyledWriter().write(SerializeValueToJson(object, type, GetParam().filter));
+        EXPECT_EQ(SerializeValueToStyledJson(object, type, GetParam().filter), expected) << where;
+    };
+    check(root().get(), fixtureType(), "root");
+    for (const auto& child : fixtureType().get<StructType>().children) {
+        check(convertTo<IStruct>(root)->getChild(child.name)().get(), *child.type, child.name);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    ValueJsonTest, StyledJsonTextTest,
+    ::testing::Values(
+        StyledTextCase{"Fixture", [](FixtureData&) {}, {}},
+        StyledTextCase{"Filtered", [](FixtureData&) {}, {"function", "int32", "data"}},
+        StyledTextCase{"WholeRootFiltered", [](FixtureData&) {}, {"struct"}},
+        StyledTextCase{"EscapedTexts",
+                       [](FixtureData& data) {
+                           data.text = "q\"b\\s/\x01\t\n\x7f caf\xc3\xa9 \xf0\x9f\x8e\xa5 nul\0end"s;
+                           data.byName = {{"", "empty"},
+                                          {"caf\xc3\xa9", "x"},
+                                          {"\"q\"", "y"},
+                                          {"k\0tail"s, "nul"},
+                                          {"tab\t", std::string(1, '\0')},
+                                          {"trailing ", "space "}};
+                       },
+                       {}},
+        StyledTextCase{
+            "LongTexts",
+            [](FixtureData& data) {
+                data.text = std::string(300, 'x');
+                data.blob.assign(600, 0xfe);
+                data.byName = {{"plain", std::string(256, 'y')}, {"escaped", std::string(300, '\n')}};
+            },
+            {}},
+        StyledTextCase{"KeysSortedAsText",
+                       [](FixtureData& data) {
+                           data.byId = {{-1, {1, 1}}, {2, {2, 2}}, {10, {3, 3}}, {9, {4, 4}}};
+                           data.byName = {{"b", "1"}, {"B", "2"}, {"a", "3"}, {"10", "4"}, {"9", "5"}};
+                       },
+                       {}},
+        StyledTextCase{"ShortArrayOnOneLine",
+                       [](FixtureData& data) {
+                           data.fixed = {1, -2, 3};
+                       },
+                       {}},
+        StyledTextCase{"ArrayOf24ZerosAtTheMargin",
+                       [](FixtureData& data) {
+                           data.fixed = decltype(data.fixed)(24);
+                           data.blob.clear();
+                       },
+                       {}},
+        StyledTextCase{
+            "ArrayOf25OnManyLines", [](FixtureData& data) { data.fixed = decltype(data.fixed)(25); }, {}},
+        StyledTextCase{"LongLineOnManyLines",
+                       [](FixtureData& data) {
+                           data.fixed = {1000000000, -1000000000, 2000000000, -2000000000, 2147483647, 7};
+                       },
+                       {}},
+        StyledTextCase{"LineAtTheMargin",
+                       [](FixtureData& data) {
+                           // 4 + 2 * 5 + 6 * 10 = 74 characters: one too many for one line.
+                           data.fixed = {1000000000, 1000000000, 1000000000,
+                                         1000000000, 1000000000, 1000000000};
+                       },
+                       {}},
+        StyledTextCase{"LineJustUnderTheMargin",
+                       [](FixtureData& data) {
+                           data.fixed = {1000000000, 1000000000, 1000000000,
+                                         1000000000, 1000000000, 100000000};
+                       },
+                       {}},
+        StyledTextCase{"EmptyContainers",
+                       [](FixtureData& data) {
+                           data.points.clear();
+                           data.byId.clear();
+                           data.byName.clear();
+                           data.fixed = {};
+                           data.int64 = std::numeric_limits<std::int64_t>::min();
+                       },
+                       {}},
+        StyledTextCase{"ArrayOfObjects",
+                       [](FixtureData& data) {
+                           data.points.assign(30, Point{-1, 2});
+                       },
+                       {"int32"}}),
+    [](const ::testing::TestParamInfo<StyledTextCase>& info) { return std::string(info.param.name); });
 
 TEST_F(ValueJsonTest, TypeThatDoesNotMatch_FailsInBothDirections) {
     expectFailure([&] { SerializeValueToJson(child("Int32").get(), fixtureChildType("Text"), {}); },

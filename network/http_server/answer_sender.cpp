@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <stdexcept>
+#include <string_view>
 
 #include "network/http_server/wire_format.h"
 #include "system/socket/socket_io.h"
@@ -16,7 +17,8 @@ namespace {
 using http_server_request_handler::v0::HttpHeader;
 namespace ids = http_server_request_handler::v0;
 
-const std::string kLineEnd = "\r\n";
+constexpr std::string_view kLineEnd = "\r\n";
+constexpr std::string_view kLastChunk = "0\r\n\r\n";
 
 std::optional<std::uint64_t> declaredLength(const HttpHeader& header) {
     const auto found = header.knownHeaders.find(ids::HttpHeaderContentLength);
@@ -55,8 +57,8 @@ std::size_t HttpSender::send(const std::uint8_t* bytes, std::size_t size) {
         m_connection.write(data);
     } else {
         char length[24];
-        std::snprintf(length, sizeof length, "%zx", size);
-        m_connection.write(length + kLineEnd);
+        const int digits = std::snprintf(length, sizeof length, "%zx\r\n", size);
+        m_connection.write(std::string_view(length, static_cast<std::size_t>(digits)));
         m_connection.write(data);
         m_connection.write(kLineEnd);
     }
@@ -66,7 +68,7 @@ std::size_t HttpSender::send(const std::uint8_t* bytes, std::size_t size) {
 
 bool HttpSender::finish() {
     if (!m_noChunking && !m_bodyless) {
-        m_connection.write("0" + kLineEnd + kLineEnd);
+        m_connection.write(kLastChunk);
     }
     m_connection.flush();
     return m_bodyless || !m_declaredLength || *m_declaredLength == m_sent;

@@ -1,6 +1,7 @@
 #include "network/http_server/http_url.h"
 
 #include <cstdlib>
+#include <utility>
 #include <vector>
 
 namespace ovtx::network::http_server::v3 {
@@ -21,6 +22,9 @@ int hexValue(char c) {
 }
 
 std::optional<std::string> percentDecoded(std::string_view text) {
+    if (text.find('%') == std::string_view::npos) {
+        return std::string(text);
+    }
     std::string decoded;
     decoded.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -153,9 +157,14 @@ std::optional<RequestTarget> splitTarget(std::string_view target) {
         }
         target = "/";
     }
-    const auto decoded = percentDecoded(target);
+    auto decoded = percentDecoded(target);
     if (!decoded) {
         return std::nullopt;
+    }
+    // The usual path has no "." or ".." segment: it stands as it is.
+    if (decoded->find("/.") == std::string::npos) {
+        split.path = std::move(*decoded);
+        return split;
     }
     const auto resolved = withoutDotSegments(*decoded);
     if (!resolved) {

@@ -123,7 +123,7 @@ std::string writeResult(const CommandResult& result, DataFormat returnFormat,
             if (result.object == nullptr) {
                 return result.json.isNull() ? kEmptyJsonText : styledJson(result.json);
             }
-            return styledJson(SerializeValueToJson(result.object, *result.type, filters));
+            return SerializeValueToStyledJson(result.object, *result.type, filters);
         case DataFormat::raw:
             if (result.object == nullptr) {
                 return result.json.isNull() ? std::string() : result.json.asString();
