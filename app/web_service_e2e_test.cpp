@@ -1,5 +1,5 @@
 // The daemon's REST service over real HTTP: the binary in pattern mode on a local address of its
-// own, and two runs behind one nginx front with the shipped routing.
+// own, and two capture runs of a simulated board behind one nginx front with the shipped routing.
 #include <gtest/gtest.h>
 #include <json/reader.h>
 #include <json/value.h>
@@ -100,12 +100,23 @@ bool answersOn(std::uint16_t port) {
         kTimeout);
 }
 
-// A pattern run of the daemon that serves its tree on 127.0.0.1:<httpPort>.
-PipedChild startPatternRun(const InstallRoot& install, int sdiPort, std::uint16_t httpPort,
-                           const std::string& scenario = "") {
-    return install.start("sdi_tap", {"-sdiport", std::to_string(sdiPort), "-videoformat", "3", "-pattern"},
-                         scenario,
+// A run of the daemon on 1080p25 that serves its tree on 127.0.0.1:<httpPort>: a pattern run, or
+// with a scenario a capture run on the simulated board.
+PipedChild startRun(const InstallRoot& install, int sdiPort, std::uint16_t httpPort,
+                    const std::string& scenario = "") {
+    std::vector<std::string> arguments{"-sdiport", std::to_string(sdiPort), "-videoformat", "3"};
+    if (scenario.empty()) {
+        arguments.push_back("-pattern");
+    }
+    return install.start("sdi_tap", arguments, scenario,
                          {{"SDI_TAP_HTTP_BASE_URL", "http://127.0.0.1:" + std::to_string(httpPort)}});
+}
+
+Json::Value formatUnion(const std::string& alternative, const std::string& standard) {
+    Json::Value value;
+    value["_type_"] = alternative;
+    value["_value_"][alternative]["Standard"] = standard;
+    return value;
 }
 
 void stop(PipedChild& daemon) {
@@ -116,7 +127,7 @@ void stop(PipedChild& daemon) {
 class WebServiceDaemonTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        m_daemon = startPatternRun(m_install, 0, m_port);
+        m_daemon = startRun(m_install, 0, m_port);
         ASSERT_TRUE(answersOn(m_port)) << m_daemon.standardError();
     }
     // A clean stop, so that the run gives up its objects even when a check failed.
@@ -175,7 +186,7 @@ TEST_F(WebServiceDaemonTest, LeavesAndBadPaths_AnswerAsTheRequestLanguageSays) {
 TEST(WebServiceDaemonStartTest, AddressInUse_EndsTheRunWithExitCodeOne) {
     InstallRoot install;
     TestServer holder([](IAnswerSender&) {});
-    PipedChild daemon = startPatternRun(install, 0, holder.port());
+    PipedChild daemon = startRun(install, 0, holder.port());
     EXPECT_EQ(daemon.wait(kTimeout), ExitStatus::exitedWith(1));
     EXPECT_TRUE(daemon.standardError().ends_with("\nException:Could not bind Http url to Http server\n"))
         << daemon.standardError();
@@ -209,10 +220,11 @@ TEST(NginxConfigurationTest, ShippedFiles_PassTheCheckOfNginx) {
 class NginxFrontTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        // A board of two inputs, so that port 1 is a valid port of a pattern run.
-        const std::string scenario = m_install.writeScenario(R"("rx": 2, "tx": 0)", R"("ports": {})");
+        // Two capture runs on two inputs of one simulated board, the second input without signal.
+        const std::string scenario = m_install.writeScenario(
+            R"("rx": 2, "tx": 0)", R"("ports": {"0": {"signal": [{"format": "HD_1920_1080p_25"}]}})");
         for (int sdiPort : {0, 1}) {
-            m_daemons.push_back(startPatternRun(m_install, sdiPort, m_daemonPorts[sdiPort], scenario));
+            m_daemons.push_back(startRun(m_install, sdiPort, m_daemonPorts[sdiPort], scenario));
         }
         for (int sdiPort : {0, 1}) {
             ASSERT_TRUE(answersOn(m_daemonPorts[sdiPort])) << m_daemons[sdiPort].standardError();
@@ -274,6 +286,11 @@ TEST_F(NginxFrontTest, BothTrees_AreReadThroughOneAddress) {
         EXPECT_EQ(tree["BoardInfo"]["Properties"]["NumRXchannels"], 2) << port;
         EXPECT_EQ(parseJson(request(m_daemonPorts[std::stoi(port)], "GET", "/sdi_tap/" + port).body), tree);
     }
+    // Each tree is its own run's: the signal on input 0, none on input 1.
+    EXPECT_EQ(parseJson(request(m_nginxPort, "GET", "/sdi_tap/0/InputVideoFormat").body),
+              formatUnion("AVAILABLE_SDI_INPUT", "HD_1920_1080p_25"));
+    EXPECT_EQ(parseJson(request(m_nginxPort, "GET", "/sdi_tap/1/InputVideoFormat").body),
+              formatUnion("UNAVAILABLE_SDI_INPUT", "NO_FORMAT"));
     const Answer leaf = request(m_nginxPort, "GET", "/sdi_tap/1/BoardInfo/ApiAvailable");
     EXPECT_EQ(leaf.statusLine, "HTTP/1.1 200 OK");
     EXPECT_EQ(leaf.body, "true\n");
