@@ -91,12 +91,16 @@ std::uint8_t lineOffsetByte(int key) {
     return static_cast<std::uint8_t>(0x40 | ((key + 7) & 31));
 }
 
-void writeTeletextDataUnit(std::uint8_t* out, std::uint8_t dataUnitId, std::uint8_t lineByte,
-                           const TeletextPacket& packet) {
+void writeTeletextDataUnitHead(std::uint8_t* out, std::uint8_t dataUnitId, std::uint8_t lineByte) {
     out[0] = dataUnitId;
     out[1] = kTeletextDataUnitLength;
     out[2] = lineByte;
     out[3] = kTeletextFramingCode;
+}
+
+void writeTeletextDataUnit(std::uint8_t* out, std::uint8_t dataUnitId, std::uint8_t lineByte,
+                           const TeletextPacket& packet) {
+    writeTeletextDataUnitHead(out, dataUnitId, lineByte);
     std::transform(packet.begin(), packet.end(), out + 4, reverseBits);
 }
 

@@ -90,8 +90,12 @@ TeletextPacket displayRowPacket(int magazine, int row, std::string_view text);
 // `key`: 0x60 | (key & 31) for a key below 23, otherwise 0x40 | ((key + 7) & 31).
 std::uint8_t lineOffsetByte(int key);
 
-// Writes one data unit of kTeletextDataUnitSize bytes at `out`: the id, the length 0x2C, the
-// line byte, the framing code, then the packet with each byte's bits reversed.
+// Writes the four bytes that open a data unit at `out`: the id, the length 0x2C, the line byte and
+// the framing code; the unit's packet follows them.
+void writeTeletextDataUnitHead(std::uint8_t* out, std::uint8_t dataUnitId, std::uint8_t lineByte);
+
+// Writes one data unit of kTeletextDataUnitSize bytes at `out`: the head, then the packet with each
+// byte's bits reversed.
 void writeTeletextDataUnit(std::uint8_t* out, std::uint8_t dataUnitId, std::uint8_t lineByte,
                            const TeletextPacket& packet);
 

@@ -69,10 +69,7 @@ std::uint8_t dataUnitIdOfHeader(const TeletextLine& line) {
 
 void writeCapturedDataUnit(std::uint8_t* out, std::uint8_t dataUnitId, std::uint8_t lineByte,
                            const TeletextLine& line) {
-    out[0] = dataUnitId;
-    out[1] = kTeletextDataUnitLength;
-    out[2] = lineByte;
-    out[3] = kTeletextFramingCode;
+    writeTeletextDataUnitHead(out, dataUnitId, lineByte);
     std::copy(line.begin() + kTeletextLinePacketOffset, line.end(), out + 4);
 }
 

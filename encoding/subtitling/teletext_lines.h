@@ -46,8 +46,8 @@ TeletextLineAddress teletextLineAddress(const TeletextLine& line);
 // The data unit id a page header sets for the lines after it: 3 for a subtitle page, 2 otherwise.
 std::uint8_t dataUnitIdOfHeader(const TeletextLine& line);
 
-// Writes one data unit of kTeletextDataUnitSize bytes at `out`: the id, 0x2C, the line byte, the
-// framing code, then b[3] to b[44] as they came (a line is already in the data unit's bit order).
+// Writes one data unit of kTeletextDataUnitSize bytes at `out`: its head (writeTeletextDataUnitHead),
+// then b[3] to b[44] as they came (a line is already in the data unit's bit order).
 void writeCapturedDataUnit(std::uint8_t* out, std::uint8_t dataUnitId, std::uint8_t lineByte,
                            const TeletextLine& line);
 
